@@ -1,0 +1,45 @@
+#include "app/RiloEntryPoint.h"
+
+#include "cli/RiloCLI.h"
+#include "cli/SignalCancellation.h"
+
+#include <cstdio>
+#include <string_view>
+
+#ifndef RILO_VERSION
+#define RILO_VERSION "unknown"
+#endif
+
+namespace rilo::app {
+
+namespace {
+int startGraphicalApplication() {
+    std::puts("Rilo " RILO_VERSION "：此版本尚未包含图形界面，请使用命令行模式（rilo cli）。");
+    return 0;
+}
+} // namespace
+
+void RiloEntryPoint::printVersion() {
+    constexpr std::string_view version = RILO_VERSION;
+    std::printf("{\"protocolVersion\":1,\"version\":\"%s\"}\n", version.empty() ? "unknown" : RILO_VERSION);
+    std::fflush(stdout);
+}
+
+int RiloEntryPoint::runCLI(const std::vector<std::string>& arguments) {
+    const cli::SignalCancellation cancellation;
+    return cli::RiloCLI::run(arguments, cancellation.token());
+}
+
+int RiloEntryPoint::main(const std::vector<std::string>& arguments) {
+    if (arguments.size() < 2 || arguments[1] != "cli") {
+        return startGraphicalApplication();
+    }
+    const std::vector<std::string> rest(arguments.begin() + 2, arguments.end());
+    if (!rest.empty() && (rest[0] == "version" || rest[0] == "--version")) {
+        printVersion();
+        return 0;
+    }
+    return runCLI(rest);
+}
+
+} // namespace rilo::app

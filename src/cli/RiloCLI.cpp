@@ -1,0 +1,121 @@
+#include "cli/RiloCLI.h"
+
+#include "cli/CLIArgumentParser.h"
+#include "cli/ProjectCommandService.h"
+#include "project/ProjectStore.h"
+
+#include <cerrno>
+#include <string_view>
+#include <unistd.h>
+
+namespace rilo::cli {
+
+namespace {
+
+// Writes everything, retrying short writes; a stream that cannot be written
+// leaves the exit code as the only result.
+void writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+}
+
+void writeText(std::string_view text) {
+    std::string bytes(text);
+    bytes.push_back('\n');
+    writeAll(STDOUT_FILENO, bytes);
+}
+
+struct Dispatcher {
+    ProjectCommandService& service;
+    std::stop_token stopToken;
+
+    json::Json operator()(const command::List&) const { return json::encode(service.list()); }
+    json::Json operator()(const command::Help&) const { return {}; }
+    json::Json operator()(const command::SystemInfo&) const { throw CLICommandUnavailableError("system-info"); }
+    json::Json operator()(const command::Describe&) const { throw CLICommandUnavailableError("describe"); }
+    json::Json operator()(const command::History&) const { throw CLICommandUnavailableError("history"); }
+    json::Json operator()(const command::CaptionsRead&) const {
+        throw CLICommandUnavailableError("captions-read");
+    }
+    json::Json operator()(const command::EditPlanPrepare&) const {
+        throw CLICommandUnavailableError("edit-plan-prepare");
+    }
+    json::Json operator()(const command::Unavailable& pending) const {
+        throw CLICommandUnavailableError(pending.word);
+    }
+};
+
+} // namespace
+
+int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stopToken) {
+    try {
+        const CLICommand command = CLIArgumentParser::parse(arguments);
+        if (const auto* help = std::get_if<command::Help>(&command)) {
+            writeText(help->topic ? AgentHelpCatalog::text(*help->topic) : AgentHelpCatalog::generalText());
+            return 0;
+        }
+        ProjectStore store;
+        ProjectCommandService service(store);
+        const json::Json response = std::visit(Dispatcher{service, stopToken}, command);
+        writeJSON(response);
+        return 0;
+    } catch (const CancellationError& cancelled) {
+        writeError("cancelled", cancelled.message(), std::nullopt);
+        return 130;
+    } catch (const std::exception& error) {
+        const CLIErrorClassification classification = classify(error);
+        writeError(classification.code, error.what(), validationDetails(error));
+        return classification.exitCode;
+    }
+}
+
+void RiloCLI::writeJSON(const json::Json& response) {
+    std::string bytes = json::write(response, json::JsonStyle::commandLine);
+    bytes.push_back('\n');
+    writeAll(STDOUT_FILENO, bytes);
+}
+
+void RiloCLI::writeError(const std::string& code, const std::string& message,
+                         const std::optional<CLIValidationDetails>& details) {
+    std::string bytes;
+    try {
+        bytes = json::encodeDocument(CLIErrorResponse{cliProtocolVersion, code, message, details});
+    } catch (const std::exception&) {
+        return;
+    }
+    bytes.push_back('\n');
+    writeAll(STDERR_FILENO, bytes);
+}
+
+CLIErrorClassification RiloCLI::classify(const std::exception& error) {
+    if (dynamic_cast<const CLIArgumentError*>(&error) != nullptr) {
+        return {"invalid_arguments", 1};
+    }
+    if (const auto* store = dynamic_cast<const ProjectStoreError*>(&error)) {
+        switch (store->errorCase()) {
+        case ProjectStoreError::Case::projectNotFound:
+        case ProjectStoreError::Case::ambiguousProjectPrefix: return {"project_not_found", 2};
+        case ProjectStoreError::Case::timelineDigestConflict: return {"timeline_conflict", 3};
+        case ProjectStoreError::Case::captionsDigestConflict: return {"captions_conflict", 3};
+        case ProjectStoreError::Case::historyNotFound: return {"validation", 4};
+        default: return {"project_store", 5};
+        }
+    }
+    return {"execution", 5};
+}
+
+std::optional<CLIValidationDetails> RiloCLI::validationDetails(const std::exception&) {
+    // Only a zoom outside the retained content of an edit plan carries
+    // details; no error of this build does.
+    return std::nullopt;
+}
+
+} // namespace rilo::cli

@@ -1,0 +1,159 @@
+// Runs the real rilo executable against a library in a temporary data
+// directory and checks its streams, exit codes and what it leaves on disk.
+
+#include "shared/Files.h"
+#include "shared/Json.h"
+#include "support/PackageFixtures.h"
+#include "support/ProcessRunner.h"
+#include "support/TemporaryDirectory.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace rilo {
+namespace {
+
+using testing::ProcessResult;
+
+class CliEndToEnd : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory dataHome;
+    std::filesystem::path library = dataHome / "Rilo/Projects";
+
+    ProcessResult rilo(const std::vector<std::string>& arguments) const {
+        testing::ProcessOptions options;
+        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
+        return testing::runProcess(testing::riloExecutable(), arguments, options);
+    }
+
+    static std::string errorEnvelope(const std::string& code, const std::string& message) {
+        return "{\n  \"error\" : \"" + code + "\",\n  \"message\" : \"" + message +
+               "\",\n  \"protocolVersion\" : 1\n}\n";
+    }
+};
+
+TEST_F(CliEndToEnd, VersionPrintsOneLineAndCreatesNothing) {
+    for (const char* word : {"version", "--version"}) {
+        const auto result = rilo({"cli", word});
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.standardOutput, "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n");
+        EXPECT_EQ(result.standardError, "");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
+}
+
+TEST_F(CliEndToEnd, WithoutTheWordCliStartsTheApplication) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{}, {"--version"}, {"list"}, {"CLI", "list"}}) {
+        const auto result = rilo(arguments);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.standardOutput.find("protocolVersion"), std::string::npos);
+        EXPECT_EQ(std::count(result.standardOutput.begin(), result.standardOutput.end(), '\n'), 1);
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
+}
+
+TEST_F(CliEndToEnd, PrintsTheGeneralHelpText) {
+    const std::string expected =
+        readFileBytes(std::filesystem::path(std::getenv("RILO_SOURCE_DIR")) / "tests/e2e/expected/general-help.txt");
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"cli"}, {"cli", "help"}, {"cli", "--help"}, {"cli", "-h"}}) {
+        const auto result = rilo(arguments);
+        EXPECT_EQ(result.exitCode, 0);
+        EXPECT_EQ(result.standardOutput, expected);
+        EXPECT_EQ(result.standardError, "");
+    }
+    // Help opens no project store.
+    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
+}
+
+TEST_F(CliEndToEnd, PrintsHelpTopics) {
+    const auto result = rilo({"cli", "help", "settings"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(result.standardOutput.starts_with("# Rilo 画面设置\n\n使用`set <id-prefix> key=value ...`"));
+    EXPECT_TRUE(result.standardOutput.ends_with("只影响录后Preview和Export。\n"));
+}
+
+TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
+    const auto help = rilo({"cli", "help", "nonsense"});
+    EXPECT_EQ(help.exitCode, 1);
+    EXPECT_EQ(help.standardOutput, "");
+    EXPECT_EQ(help.standardError, errorEnvelope("invalid_arguments", "参数无效：help topic"));
+
+    const auto unknown = rilo({"cli", "frobnicate"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_EQ(unknown.standardError, errorEnvelope("invalid_arguments", "未知命令：frobnicate"));
+
+    const auto extra = rilo({"cli", "list", "everything"});
+    EXPECT_EQ(extra.exitCode, 1);
+    EXPECT_EQ(extra.standardError, errorEnvelope("invalid_arguments", "无法识别参数：everything"));
+    // Arguments are refused before any library is opened.
+    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
+}
+
+TEST_F(CliEndToEnd, ListOfAnEmptyLibraryIsAnEmptyArray) {
+    const auto result = rilo({"cli", "list"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.standardOutput, "[]\n");
+    EXPECT_EQ(result.standardError, "");
+    EXPECT_TRUE(std::filesystem::is_directory(library));
+}
+
+TEST_F(CliEndToEnd, ListsFinishedProjectsInLibraryOrder) {
+    std::filesystem::create_directories(library);
+    const auto older = testing::writePackage(
+        library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"), IsoDate{1'700'000'000}));
+    auto newerManifest =
+        testing::sampleManifest(*Uuid::parse("11111111-0000-4000-8000-000000000001"), IsoDate{1'800'000'000});
+    newerManifest.webcam.reset();
+    newerManifest.duration = ProjectTime{-1'500'000};
+    testing::writePackage(library, newerManifest);
+    testing::writePackage(library, testing::sampleManifest(*Uuid::parse("33333333-0000-4000-8000-000000000003"),
+                                                           IsoDate{1'900'000'000}, ProjectState::failed));
+    testing::writePackage(library,
+                          testing::sampleManifest(*Uuid::parse("44444444-0000-4000-8000-000000000004"),
+                                                  IsoDate{1'900'000'000}),
+                          {.withMedia = false});
+    const auto broken = testing::writePackage(
+        library, testing::sampleManifest(*Uuid::parse("55555555-0000-4000-8000-000000000005"), IsoDate{1'900'000'000}));
+    writeFileAtomically(broken.manifestURL(), "{\"version\" : 4, \"state\" : \"completed\"}");
+
+    const auto result = rilo({"cli", "list"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    const std::string expected = "[\n"
+                                 "  {\n"
+                                 "    \"durationMilliseconds\" : -1,\n"
+                                 "    \"hasWebcam\" : false,\n"
+                                 "    \"id\" : \"11111111-0000-4000-8000-000000000001\",\n"
+                                 "    \"packagePath\" : \"" +
+                                 (library / "11111111-0000-4000-8000-000000000001.rilo").string() +
+                                 "\",\n"
+                                 "    \"title\" : \"内建显示器 / Built-in\",\n"
+                                 "    \"updatedAt\" : \"2027-01-15T08:00:00Z\"\n"
+                                 "  },\n"
+                                 "  {\n"
+                                 "    \"durationMilliseconds\" : 12345,\n"
+                                 "    \"hasWebcam\" : true,\n"
+                                 "    \"id\" : \"22222222-0000-4000-8000-000000000002\",\n"
+                                 "    \"packagePath\" : \"" +
+                                 older.rootURL.string() +
+                                 "\",\n"
+                                 "    \"title\" : \"内建显示器 / Built-in\",\n"
+                                 "    \"updatedAt\" : \"2023-11-14T22:13:20Z\"\n"
+                                 "  }\n"
+                                 "]\n";
+    EXPECT_EQ(result.standardOutput, expected);
+    EXPECT_EQ(result.standardError, "");
+}
+
+TEST_F(CliEndToEnd, CommandsNotInThisBuildFailAsExecutionErrors) {
+    const auto result = rilo({"cli", "cut", "abc", "--range", "0,1000"});
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(result.standardOutput, "");
+    const auto envelope = json::parse(result.standardError);
+    EXPECT_EQ(envelope["error"], "execution");
+    EXPECT_EQ(envelope["protocolVersion"], 1);
+}
+
+} // namespace
+} // namespace rilo

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace rilo::testing {
+
+struct ProcessResult {
+    int exitCode = -1; // 128 + signal number when the process was killed
+    std::string standardOutput;
+    std::string standardError;
+};
+
+struct ProcessOptions {
+    // Variables set (or replaced) in the child's environment.
+    std::map<std::string, std::string> environment;
+    // When positive, the signal sent to the child after `signalDelayMilliseconds`.
+    int signal = 0;
+    int signalDelayMilliseconds = 0;
+};
+
+// Runs a program to completion, capturing both output streams.
+ProcessResult runProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                         const ProcessOptions& options = {});
+
+// The rilo executable of this build (RILO_BUILD_DIR/rilo).
+std::filesystem::path riloExecutable();
+
+} // namespace rilo::testing

@@ -12,8 +12,20 @@ using Arguments = std::span<const std::string>;
 
 // Words of commands that are recognised, with their grammar still to come.
 constexpr std::array<std::string_view, 14> pendingCommandWords{
-    "idle",     "captions-prepare", "captions-import", "edit-plan-preview", "cut",     "speed-set", "zoom-add",
-    "zoom-rm", "zoom-regen",       "set",             "restore",           "frame",   "preview",   "export",
+    "idle",
+    "captions-prepare",
+    "captions-import",
+    "edit-plan-preview",
+    "cut",
+    "speed-set",
+    "zoom-add",
+    "zoom-rm",
+    "zoom-regen",
+    "set",
+    "restore",
+    "frame",
+    "preview",
+    "export",
 };
 
 command::Help parseHelp(Arguments rest) {

@@ -48,8 +48,8 @@ struct Unavailable {
 };
 } // namespace command
 
-using CLICommand = std::variant<command::Help, command::SystemInfo, command::List, command::Describe,
-                                command::History, command::CaptionsRead, command::EditPlanPrepare,
-                                command::Unavailable>;
+using CLICommand =
+    std::variant<command::Help, command::SystemInfo, command::List, command::Describe, command::History,
+                 command::CaptionsRead, command::EditPlanPrepare, command::Unavailable>;
 
 } // namespace rilo::cli

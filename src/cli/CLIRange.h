@@ -31,7 +31,8 @@ template <>
 struct Codec<cli::CLIRange> {
     static cli::CLIRange decode(const Json& value, const std::string& path) {
         const ObjectReader reader(value, path);
-        return {reader.required<std::int64_t>("startMilliseconds"), reader.required<std::int64_t>("endMilliseconds")};
+        return {reader.required<std::int64_t>("startMilliseconds"),
+                reader.required<std::int64_t>("endMilliseconds")};
     }
     static Json encode(const cli::CLIRange& range) {
         return ObjectBuilder()

@@ -2,9 +2,17 @@
 
 namespace rilo::cli {
 
+void ProjectCommandService::throwIfCancelled() const {
+    if (stopToken_.stop_requested()) {
+        throw CancellationError();
+    }
+}
+
 std::vector<CLIProjectSummary> ProjectCommandService::list() const {
+    throwIfCancelled();
     std::vector<CLIProjectSummary> summaries;
     for (const RecentProject& recent : store_.recentProjects()) {
+        throwIfCancelled();
         const ProjectPackage package{recent.packageURL};
         ProjectManifest manifest;
         try {

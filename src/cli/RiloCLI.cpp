@@ -35,11 +35,12 @@ void writeText(std::string_view text) {
 
 struct Dispatcher {
     ProjectCommandService& service;
-    std::stop_token stopToken;
 
     json::Json operator()(const command::List&) const { return json::encode(service.list()); }
     json::Json operator()(const command::Help&) const { return {}; }
-    json::Json operator()(const command::SystemInfo&) const { throw CLICommandUnavailableError("system-info"); }
+    json::Json operator()(const command::SystemInfo&) const {
+        throw CLICommandUnavailableError("system-info");
+    }
     json::Json operator()(const command::Describe&) const { throw CLICommandUnavailableError("describe"); }
     json::Json operator()(const command::History&) const { throw CLICommandUnavailableError("history"); }
     json::Json operator()(const command::CaptionsRead&) const {
@@ -63,8 +64,8 @@ int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stop
             return 0;
         }
         ProjectStore store;
-        ProjectCommandService service(store);
-        const json::Json response = std::visit(Dispatcher{service, stopToken}, command);
+        ProjectCommandService service(store, stopToken);
+        const json::Json response = std::visit(Dispatcher{service}, command);
         writeJSON(response);
         return 0;
     } catch (const CancellationError& cancelled) {
@@ -102,11 +103,16 @@ CLIErrorClassification RiloCLI::classify(const std::exception& error) {
     if (const auto* store = dynamic_cast<const ProjectStoreError*>(&error)) {
         switch (store->errorCase()) {
         case ProjectStoreError::Case::projectNotFound:
-        case ProjectStoreError::Case::ambiguousProjectPrefix: return {"project_not_found", 2};
-        case ProjectStoreError::Case::timelineDigestConflict: return {"timeline_conflict", 3};
-        case ProjectStoreError::Case::captionsDigestConflict: return {"captions_conflict", 3};
-        case ProjectStoreError::Case::historyNotFound: return {"validation", 4};
-        default: return {"project_store", 5};
+        case ProjectStoreError::Case::ambiguousProjectPrefix:
+            return {"project_not_found", 2};
+        case ProjectStoreError::Case::timelineDigestConflict:
+            return {"timeline_conflict", 3};
+        case ProjectStoreError::Case::captionsDigestConflict:
+            return {"captions_conflict", 3};
+        case ProjectStoreError::Case::historyNotFound:
+            return {"validation", 4};
+        default:
+            return {"project_store", 5};
         }
     }
     return {"execution", 5};

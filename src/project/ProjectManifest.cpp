@@ -17,7 +17,8 @@ CaptureSourceDescriptor CaptureSourceDescriptor::device(const std::string& id, c
     descriptor.kind = CaptureSourceKind::device;
     descriptor.nativeID = 0;
     descriptor.title = name;
-    descriptor.globalFrame = {0, 0, static_cast<double>(pixelSize.width), static_cast<double>(pixelSize.height)};
+    descriptor.globalFrame = {0, 0, static_cast<double>(pixelSize.width),
+                              static_cast<double>(pixelSize.height)};
     descriptor.initialPixelSize = pixelSize;
     descriptor.deviceUniqueID = id;
     return descriptor;

@@ -35,7 +35,8 @@ struct CaptureSourceDescriptor {
 
     // "display-7", "window-12", "area-1", "device-<unique id>" or "device".
     std::string id() const;
-    static CaptureSourceDescriptor device(const std::string& id, const std::string& name, PixelSize pixelSize);
+    static CaptureSourceDescriptor device(const std::string& id, const std::string& name,
+                                          PixelSize pixelSize);
 
     friend bool operator==(const CaptureSourceDescriptor&, const CaptureSourceDescriptor&) = default;
 };
@@ -166,7 +167,7 @@ struct EnumNames<CaptureSourceKind> {
 #define RILO_DECLARE_CODEC(Type)                                                                             \
     template <>                                                                                              \
     struct Codec<Type> {                                                                                     \
-        static Type decode(const Json& value, const std::string& path);                                     \
+        static Type decode(const Json& value, const std::string& path);                                      \
         static Json encode(const Type& value);                                                               \
     }
 

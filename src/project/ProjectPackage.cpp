@@ -9,8 +9,14 @@ std::filesystem::path ProjectPackage::preSchemaTimelineBackupURL(int version) co
 }
 
 std::vector<std::filesystem::path> ProjectPackage::creationDirectories() const {
-    return {rootURL,           mediaDirectory(), eventsDirectory(),        geometryDirectory(),
-            cursorAssetsDirectory(), cursorEventsDirectory(), editsDirectory(), diagnosticsDirectory(),
+    return {rootURL,
+            mediaDirectory(),
+            eventsDirectory(),
+            geometryDirectory(),
+            cursorAssetsDirectory(),
+            cursorEventsDirectory(),
+            editsDirectory(),
+            diagnosticsDirectory(),
             waveformCacheDirectory()};
 }
 

@@ -56,8 +56,9 @@ std::vector<RecentProject> ProjectStore::recentProjects() const {
         if (manifest.state != ProjectState::completed && manifest.state != ProjectState::recovered) {
             continue;
         }
-        projects.push_back({path, manifest.createdAt, manifest.updatedAt, manifest.state, manifest.source.kind,
-                            manifest.source.title, manifest.duration, manifest.webcam.has_value()});
+        projects.push_back({path, manifest.createdAt, manifest.updatedAt, manifest.state,
+                            manifest.source.kind, manifest.source.title, manifest.duration,
+                            manifest.webcam.has_value()});
     }
     std::sort(projects.begin(), projects.end(), [](const RecentProject& a, const RecentProject& b) {
         if (a.updatedAt != b.updatedAt) {

@@ -27,8 +27,12 @@ std::filesystem::path applicationDataDirectory() {
     return homeDirectory() / ".local" / "share";
 }
 
-std::filesystem::path defaultProjectsDirectory() { return applicationDataDirectory() / "Rilo" / "Projects"; }
+std::filesystem::path defaultProjectsDirectory() {
+    return applicationDataDirectory() / "Rilo" / "Projects";
+}
 
-std::filesystem::path defaultExportsDirectory() { return applicationDataDirectory() / "Rilo" / "Exports"; }
+std::filesystem::path defaultExportsDirectory() {
+    return applicationDataDirectory() / "Rilo" / "Exports";
+}
 
 } // namespace rilo

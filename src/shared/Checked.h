@@ -13,7 +13,7 @@ namespace rilo {
     std::abort();
 }
 
-inline std::int64_t checkedAdd(std::int64_t a, std::int64_t b) noexcept {
+constexpr std::int64_t checkedAdd(std::int64_t a, std::int64_t b) noexcept {
     std::int64_t result = 0;
     if (__builtin_add_overflow(a, b, &result)) {
         programmingFault("integer overflow in addition");
@@ -21,7 +21,7 @@ inline std::int64_t checkedAdd(std::int64_t a, std::int64_t b) noexcept {
     return result;
 }
 
-inline std::int64_t checkedSubtract(std::int64_t a, std::int64_t b) noexcept {
+constexpr std::int64_t checkedSubtract(std::int64_t a, std::int64_t b) noexcept {
     std::int64_t result = 0;
     if (__builtin_sub_overflow(a, b, &result)) {
         programmingFault("integer overflow in subtraction");
@@ -29,7 +29,7 @@ inline std::int64_t checkedSubtract(std::int64_t a, std::int64_t b) noexcept {
     return result;
 }
 
-inline std::int64_t checkedMultiply(std::int64_t a, std::int64_t b) noexcept {
+constexpr std::int64_t checkedMultiply(std::int64_t a, std::int64_t b) noexcept {
     std::int64_t result = 0;
     if (__builtin_mul_overflow(a, b, &result)) {
         programmingFault("integer overflow in multiplication");

@@ -5,8 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,16 +35,27 @@ private:
 } // namespace
 
 std::string readFileBytes(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
+    // Plain reads, so that every failure is seen: a stream would read a
+    // directory, or a file failing part way, as empty or short contents.
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
         throw FileError("无法读取文件：" + path.string());
     }
-    std::ostringstream contents;
-    contents << stream.rdbuf();
-    if (stream.bad()) {
-        throw FileError("无法读取文件：" + path.string());
+    std::string contents;
+    char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(file.get(), buffer, sizeof buffer);
+        if (n < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            throw FileError("无法读取文件：" + path.string());
+        }
+        if (n == 0) {
+            return contents;
+        }
+        contents.append(buffer, static_cast<std::size_t>(n));
     }
-    return std::move(contents).str();
 }
 
 void writeFileAtomically(const std::filesystem::path& path, std::string_view bytes) {

@@ -30,10 +30,10 @@ IsoDate IsoDate::now() noexcept {
 
 std::optional<IsoDate> IsoDate::parse(std::string_view text) noexcept {
     int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    if (text.size() < 20 || !readNumber(text, 0, 4, year) || text[4] != '-' || !readNumber(text, 5, 2, month) ||
-        text[7] != '-' || !readNumber(text, 8, 2, day) || text[10] != 'T' || !readNumber(text, 11, 2, hour) ||
-        text[13] != ':' || !readNumber(text, 14, 2, minute) || text[16] != ':' ||
-        !readNumber(text, 17, 2, second)) {
+    if (text.size() < 20 || !readNumber(text, 0, 4, year) || text[4] != '-' ||
+        !readNumber(text, 5, 2, month) || text[7] != '-' || !readNumber(text, 8, 2, day) || text[10] != 'T' ||
+        !readNumber(text, 11, 2, hour) || text[13] != ':' || !readNumber(text, 14, 2, minute) ||
+        text[16] != ':' || !readNumber(text, 17, 2, second)) {
         return std::nullopt;
     }
     std::int64_t offsetSeconds = 0;

@@ -24,14 +24,30 @@ struct Writer {
         out.push_back('"');
         for (const char c : text) {
             switch (c) {
-            case '"': out += "\\\""; break;
-            case '\\': out += "\\\\"; break;
-            case '/': out += escapeSlashes() ? "\\/" : "/"; break;
-            case '\b': out += "\\b"; break;
-            case '\f': out += "\\f"; break;
-            case '\n': out += "\\n"; break;
-            case '\r': out += "\\r"; break;
-            case '\t': out += "\\t"; break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '/':
+                out += escapeSlashes() ? "\\/" : "/";
+                break;
+            case '\b':
+                out += "\\b";
+                break;
+            case '\f':
+                out += "\\f";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
             default:
                 if (static_cast<unsigned char>(c) < 0x20) {
                     out += "\\u00";
@@ -50,21 +66,43 @@ struct Writer {
             throw EncodingError("无法编码非有限数值。");
         }
         char buffer[64];
-        const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+        // The shortest form alone would write 100000.0 as "1e+05"; a whole
+        // number that a double holds exactly is written with all its digits.
+        const bool exactWholeNumber = std::trunc(value) == value && std::fabs(value) < 9007199254740992.0;
+        const auto result =
+            exactWholeNumber ? std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed)
+                             : std::to_chars(buffer, buffer + sizeof buffer, value);
         out.append(buffer, result.ptr);
     }
 
     void value(const Json& node, int depth) {
         switch (node.type()) {
-        case Json::value_t::null: out += "null"; break;
-        case Json::value_t::boolean: out += node.get<bool>() ? "true" : "false"; break;
-        case Json::value_t::number_integer: out += std::to_string(node.get<std::int64_t>()); break;
-        case Json::value_t::number_unsigned: out += std::to_string(node.get<std::uint64_t>()); break;
-        case Json::value_t::number_float: number(node.get<double>()); break;
-        case Json::value_t::string: string(node.get_ref<const std::string&>()); break;
-        case Json::value_t::array: array(node, depth); break;
-        case Json::value_t::object: object(node, depth); break;
-        default: throw EncodingError("无法编码的JSON值。");
+        case Json::value_t::null:
+            out += "null";
+            break;
+        case Json::value_t::boolean:
+            out += node.get<bool>() ? "true" : "false";
+            break;
+        case Json::value_t::number_integer:
+            out += std::to_string(node.get<std::int64_t>());
+            break;
+        case Json::value_t::number_unsigned:
+            out += std::to_string(node.get<std::uint64_t>());
+            break;
+        case Json::value_t::number_float:
+            number(node.get<double>());
+            break;
+        case Json::value_t::string:
+            string(node.get_ref<const std::string&>());
+            break;
+        case Json::value_t::array:
+            array(node, depth);
+            break;
+        case Json::value_t::object:
+            object(node, depth);
+            break;
+        default:
+            throw EncodingError("无法编码的JSON值。");
         }
     }
 
@@ -130,7 +168,8 @@ std::string write(const Json& value, JsonStyle style) {
 Json parse(std::string_view bytes) {
     try {
         return Json::parse(bytes.begin(), bytes.end());
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
+        // parse_error for malformed text, out_of_range for a number no double can hold.
         throw DecodingError(std::string("JSON格式无效：") + error.what());
     }
 }

@@ -162,7 +162,9 @@ template <class E>
 struct EnumNames;
 
 template <class E>
-concept NamedEnum = requires { EnumNames<E>::entries; };
+concept NamedEnum = requires {
+    EnumNames<E>::entries;
+};
 
 template <NamedEnum E>
 constexpr std::string_view rawValue(E value) noexcept {
@@ -215,8 +217,7 @@ std::int64_t decodeInteger(const Json& value, const std::string& path, std::int6
 std::uint64_t decodeUnsigned(const Json& value, const std::string& path);
 
 template <class I>
-    requires(std::is_integral_v<I> && !std::is_same_v<I, bool>)
-struct Codec<I> {
+requires(std::is_integral_v<I> && !std::is_same_v<I, bool>) struct Codec<I> {
     static I decode(const Json& value, const std::string& path) {
         if constexpr (std::is_same_v<I, std::uint64_t>) {
             return decodeUnsigned(value, path);

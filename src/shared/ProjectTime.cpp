@@ -53,7 +53,9 @@ ProjectTime nearestBoundary(ProjectTime t) noexcept {
     return boundaryForFrame(static_cast<std::int64_t>(frame));
 }
 
-ProjectTime floorBoundary(ProjectTime t) noexcept { return boundaryForFrame(floorFrame(t)); }
+ProjectTime floorBoundary(ProjectTime t) noexcept {
+    return boundaryForFrame(floorFrame(t));
+}
 
 ProjectTime ceilingBoundary(ProjectTime t) noexcept {
     const std::int64_t frame = floorFrame(t);

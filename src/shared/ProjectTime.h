@@ -16,8 +16,12 @@ struct ProjectTime {
     std::int64_t nanoseconds = 0;
 
     static constexpr ProjectTime zero() noexcept { return {0}; }
-    static constexpr ProjectTime fromMilliseconds(std::int64_t ms) noexcept { return {ms * 1'000'000}; }
-    static constexpr ProjectTime fromSeconds(std::int64_t s) noexcept { return {s * 1'000'000'000}; }
+    static constexpr ProjectTime fromMilliseconds(std::int64_t ms) noexcept {
+        return {checkedMultiply(ms, 1'000'000)};
+    }
+    static constexpr ProjectTime fromSeconds(std::int64_t s) noexcept {
+        return {checkedMultiply(s, 1'000'000'000)};
+    }
 
     // Milliseconds for the command line, truncated towards zero.
     constexpr std::int64_t cliMilliseconds() const noexcept { return nanoseconds / 1'000'000; }
@@ -57,7 +61,9 @@ struct TimelinePlaybackRate {
 
     double multiplier() const noexcept { return static_cast<double>(permille) / 1000.0; }
     // 0.50x to 4.00x in steps of 0.01x.
-    constexpr bool isValid() const noexcept { return permille >= 500 && permille <= 4000 && permille % 10 == 0; }
+    constexpr bool isValid() const noexcept {
+        return permille >= 500 && permille <= 4000 && permille % 10 == 0;
+    }
     // A multiplier that is not a whole number of thousandths gives no rate;
     // range checks are left to callers (isValid).
     static std::optional<TimelinePlaybackRate> fromMultiplier(double multiplier) noexcept;

@@ -24,6 +24,8 @@ std::string sha256Hex(std::string_view bytes) {
     return hex;
 }
 
-std::string sha256HexOfFile(const std::filesystem::path& path) { return sha256Hex(readFileBytes(path)); }
+std::string sha256HexOfFile(const std::filesystem::path& path) {
+    return sha256Hex(readFileBytes(path));
+}
 
 } // namespace rilo

@@ -29,7 +29,9 @@ TimelinePlaybackRate Codec<TimelinePlaybackRate>::decode(const Json& value, cons
     return *rate;
 }
 
-Json Codec<TimelinePlaybackRate>::encode(TimelinePlaybackRate value) { return value.multiplier(); }
+Json Codec<TimelinePlaybackRate>::encode(TimelinePlaybackRate value) {
+    return value.multiplier();
+}
 
 PointValue Codec<PointValue>::decode(const Json& value, const std::string& path) {
     const ObjectReader reader(value, path);
@@ -66,7 +68,8 @@ Json Codec<RectValue>::encode(const RectValue& value) {
 
 PixelSize Codec<PixelSize>::decode(const Json& value, const std::string& path) {
     const ObjectReader reader(value, path);
-    return PixelSize::unnormalized(reader.required<std::int64_t>("width"), reader.required<std::int64_t>("height"));
+    return PixelSize::unnormalized(reader.required<std::int64_t>("width"),
+                                   reader.required<std::int64_t>("height"));
 }
 
 Json Codec<PixelSize>::encode(const PixelSize& value) {

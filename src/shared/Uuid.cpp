@@ -20,7 +20,9 @@ int hexDigit(char c) noexcept {
     return -1;
 }
 
-bool isDashPosition(std::size_t i) noexcept { return i == 8 || i == 13 || i == 18 || i == 23; }
+bool isDashPosition(std::size_t i) noexcept {
+    return i == 8 || i == 13 || i == 18 || i == 23;
+}
 } // namespace
 
 Uuid Uuid::random() {

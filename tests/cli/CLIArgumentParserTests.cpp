@@ -24,7 +24,8 @@ TEST(CLIArgumentParser, HelpTopics) {
     }
     EXPECT_EQ(CLIArgumentParser::parse({"help", "edit-plan"}),
               CLICommand(command::Help{CLIAgentHelpTopic::editPlan}));
-    EXPECT_EQ(CLIArgumentParser::parse({"-h", "output"}), CLICommand(command::Help{CLIAgentHelpTopic::output}));
+    EXPECT_EQ(CLIArgumentParser::parse({"-h", "output"}),
+              CLICommand(command::Help{CLIAgentHelpTopic::output}));
 
     const auto unknown = parseFailure({"help", "nonsense"});
     EXPECT_EQ(unknown.errorCase(), Case::invalidValue);
@@ -47,7 +48,8 @@ TEST(CLIArgumentParser, CommandsWithExactlyOneProjectPrefix) {
     EXPECT_EQ(CLIArgumentParser::parse({"describe", "1a2b"}), CLICommand(command::Describe{"1a2b"}));
     EXPECT_EQ(CLIArgumentParser::parse({"history", "1A"}), CLICommand(command::History{"1A"}));
     EXPECT_EQ(CLIArgumentParser::parse({"captions-read", "ab"}), CLICommand(command::CaptionsRead{"ab"}));
-    EXPECT_EQ(CLIArgumentParser::parse({"edit-plan-prepare", "ab"}), CLICommand(command::EditPlanPrepare{"ab"}));
+    EXPECT_EQ(CLIArgumentParser::parse({"edit-plan-prepare", "ab"}),
+              CLICommand(command::EditPlanPrepare{"ab"}));
 
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"describe"}, {"describe", ""}, {"history", "--json"}}) {
@@ -67,8 +69,9 @@ TEST(CLIArgumentParser, UnknownCommands) {
 }
 
 TEST(CLIArgumentParser, KnowsEveryCommandWordOfTheUsageText) {
-    for (const char* word : {"idle", "captions-prepare", "captions-import", "edit-plan-preview", "cut", "speed-set",
-                             "zoom-add", "zoom-rm", "zoom-regen", "set", "restore", "frame", "preview", "export"}) {
+    for (const char* word :
+         {"idle", "captions-prepare", "captions-import", "edit-plan-preview", "cut", "speed-set", "zoom-add",
+          "zoom-rm", "zoom-regen", "set", "restore", "frame", "preview", "export"}) {
         EXPECT_NO_THROW(CLIArgumentParser::parse({word, "abc"})) << word;
     }
 }

@@ -6,8 +6,11 @@
 #include "support/PackageFixtures.h"
 #include "support/ProcessRunner.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TestPaths.h"
 
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 
 namespace rilo {
@@ -55,7 +58,7 @@ TEST_F(CliEndToEnd, WithoutTheWordCliStartsTheApplication) {
 
 TEST_F(CliEndToEnd, PrintsTheGeneralHelpText) {
     const std::string expected =
-        readFileBytes(std::filesystem::path(std::getenv("RILO_SOURCE_DIR")) / "tests/e2e/expected/general-help.txt");
+        readFileBytes(testing::sourceDirectory() / "tests/e2e/expected/general-help.txt");
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"cli"}, {"cli", "help"}, {"cli", "--help"}, {"cli", "-h"}}) {
         const auto result = rilo(arguments);
@@ -102,20 +105,23 @@ TEST_F(CliEndToEnd, ListOfAnEmptyLibraryIsAnEmptyArray) {
 TEST_F(CliEndToEnd, ListsFinishedProjectsInLibraryOrder) {
     std::filesystem::create_directories(library);
     const auto older = testing::writePackage(
-        library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"), IsoDate{1'700'000'000}));
+        library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"),
+                                         IsoDate{1'700'000'000}));
     auto newerManifest =
         testing::sampleManifest(*Uuid::parse("11111111-0000-4000-8000-000000000001"), IsoDate{1'800'000'000});
     newerManifest.webcam.reset();
     newerManifest.duration = ProjectTime{-1'500'000};
     testing::writePackage(library, newerManifest);
-    testing::writePackage(library, testing::sampleManifest(*Uuid::parse("33333333-0000-4000-8000-000000000003"),
-                                                           IsoDate{1'900'000'000}, ProjectState::failed));
     testing::writePackage(library,
-                          testing::sampleManifest(*Uuid::parse("44444444-0000-4000-8000-000000000004"),
-                                                  IsoDate{1'900'000'000}),
-                          {.withMedia = false});
+                          testing::sampleManifest(*Uuid::parse("33333333-0000-4000-8000-000000000003"),
+                                                  IsoDate{1'900'000'000}, ProjectState::failed));
+    testing::writePackage(
+        library,
+        testing::sampleManifest(*Uuid::parse("44444444-0000-4000-8000-000000000004"), IsoDate{1'900'000'000}),
+        {.withMedia = false});
     const auto broken = testing::writePackage(
-        library, testing::sampleManifest(*Uuid::parse("55555555-0000-4000-8000-000000000005"), IsoDate{1'900'000'000}));
+        library, testing::sampleManifest(*Uuid::parse("55555555-0000-4000-8000-000000000005"),
+                                         IsoDate{1'900'000'000}));
     writeFileAtomically(broken.manifestURL(), "{\"version\" : 4, \"state\" : \"completed\"}");
 
     const auto result = rilo({"cli", "list"});
@@ -153,6 +159,36 @@ TEST_F(CliEndToEnd, CommandsNotInThisBuildFailAsExecutionErrors) {
     const auto envelope = json::parse(result.standardError);
     EXPECT_EQ(envelope["error"], "execution");
     EXPECT_EQ(envelope["protocolVersion"], 1);
+}
+
+} // namespace
+} // namespace rilo
+
+namespace rilo {
+namespace {
+
+// A signal during a command cancels it: the process reports "cancelled" and
+// exits 130 instead of dying.
+TEST(CliCancellation, TerminationSignalCancelsAListOfALargeLibrary) {
+    testing::TemporaryDirectory dataHome;
+    const std::filesystem::path library = dataHome / "Rilo/Projects";
+    // Enough packages that the listing is still running when the signal comes.
+    for (int i = 0; i < 1500; ++i) {
+        const Uuid id = Uuid::random();
+        const ProjectPackage package{library / (id.string() + ".rilo")};
+        std::filesystem::create_directories(package.mediaDirectory());
+        std::ofstream(package.manifestURL()) << json::encodeDocument(testing::sampleManifest(id, IsoDate{i}));
+        std::ofstream(package.mediaURL()) << "media";
+    }
+    testing::ProcessOptions options;
+    options.environment["XDG_DATA_HOME"] = dataHome.path().string();
+    options.signalOnceBlocked = SIGTERM;
+    const auto result = testing::runProcess(testing::riloExecutable(), {"cli", "list"}, options);
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_EQ(result.standardOutput, "");
+    EXPECT_EQ(
+        result.standardError,
+        "{\n  \"error\" : \"cancelled\",\n  \"message\" : \"命令已取消。\",\n  \"protocolVersion\" : 1\n}\n");
 }
 
 } // namespace

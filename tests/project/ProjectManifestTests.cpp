@@ -9,7 +9,9 @@ namespace {
 
 const Uuid projectID = *Uuid::parse("0f3c2a4e-1b2d-4c5e-8f70-123456789abc");
 
-json::Json encoded(const ProjectManifest& manifest) { return json::encode(manifest); }
+json::Json encoded(const ProjectManifest& manifest) {
+    return json::encode(manifest);
+}
 
 ProjectManifest decodedFrom(const json::Json& document) {
     return json::decodeDocument<ProjectManifest>(json::write(document, json::JsonStyle::document));
@@ -99,7 +101,8 @@ TEST(RecordingOptions, EmptyObjectTakesDefaults) {
     EXPECT_EQ(options.framesPerSecond, 60);
     EXPECT_FALSE(options.microphoneDeviceID.has_value());
 
-    const auto partial = json::decodeDocument<RecordingOptions>(R"({"capturesWebcam": true, "framesPerSecond": 30})");
+    const auto partial =
+        json::decodeDocument<RecordingOptions>(R"({"capturesWebcam": true, "framesPerSecond": 30})");
     EXPECT_TRUE(partial.capturesWebcam);
     EXPECT_EQ(partial.framesPerSecond, 30);
 }

@@ -21,13 +21,12 @@ ProjectManifest sampleManifest(const Uuid& id, IsoDate updatedAt, ProjectState s
     manifest.options.microphoneDeviceID = "mic-1";
     manifest.encodedPixelSize = PixelSize(3024, 1964);
     manifest.duration = ProjectTime{12'345'678'901};
-    manifest.media.tracks = {{MediaTrackKind::screen, 0},
-                             {MediaTrackKind::systemAudio, 1},
-                             {MediaTrackKind::microphone, 2}};
+    manifest.media.tracks = {
+        {MediaTrackKind::screen, 0}, {MediaTrackKind::systemAudio, 1}, {MediaTrackKind::microphone, 2}};
     manifest.microphone = MicrophoneMediaInfo{"mic-1", "USB Microphone"};
     manifest.webcam = WebcamMediaInfo{3, "cam-1", "Webcam", PixelSize(1280, 720), 30};
-    manifest.cursorAssets = std::vector<CursorAssetDescriptor>{
-        {"ab12", "cursor/assets/ab12.png", {32, 32}, {0.25, 0.125}}};
+    manifest.cursorAssets =
+        std::vector<CursorAssetDescriptor>{{"ab12", "cursor/assets/ab12.png", {32, 32}, {0.25, 0.125}}};
     manifest.metrics.videoFrames = 740;
     manifest.metrics.mouseEvents = 1200;
     manifest.metrics.peakResidentMemoryBytes = 123'456'789;

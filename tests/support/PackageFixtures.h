@@ -13,7 +13,8 @@ namespace rilo::testing {
 
 // A finished display recording with microphone and webcam, every optional
 // member present.
-ProjectManifest sampleManifest(const Uuid& id, IsoDate updatedAt, ProjectState state = ProjectState::completed);
+ProjectManifest sampleManifest(const Uuid& id, IsoDate updatedAt,
+                               ProjectState state = ProjectState::completed);
 
 struct PackageOptions {
     std::string suffix = ".rilo";

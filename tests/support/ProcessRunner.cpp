@@ -1,10 +1,12 @@
 #include "support/ProcessRunner.h"
 
+#include "support/TestPaths.h"
+
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -15,6 +17,19 @@ extern char** environ;
 namespace rilo::testing {
 
 namespace {
+// Whether the process has `signal` in its blocked mask (/proc/<pid>/status SigBlk).
+bool blocksSignal(pid_t pid, int signal) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("SigBlk:")) {
+            const unsigned long long mask = std::stoull(line.substr(7), nullptr, 16);
+            return (mask >> (signal - 1)) & 1U;
+        }
+    }
+    return false;
+}
+
 void drain(int fd, std::string& into, bool& open) {
     std::array<char, 4096> buffer{};
     const ssize_t n = ::read(fd, buffer.data(), buffer.size());
@@ -64,22 +79,20 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
     ProcessResult result;
     bool outOpen = true;
     bool errOpen = true;
-    const auto started = std::chrono::steady_clock::now();
-    bool signalled = options.signal <= 0;
+    bool signalled = options.signalOnceBlocked <= 0;
     while (outOpen || errOpen) {
         const short outEvents = outOpen ? POLLIN : 0;
         const short errEvents = errOpen ? POLLIN : 0;
         std::array<pollfd, 2> fds{{{out[0], outEvents, 0}, {err[0], errEvents, 0}}};
-        ::poll(fds.data(), fds.size(), 20);
+        ::poll(fds.data(), fds.size(), signalled ? 20 : 1);
         if (fds[0].revents != 0) {
             drain(out[0], result.standardOutput, outOpen);
         }
         if (fds[1].revents != 0) {
             drain(err[0], result.standardError, errOpen);
         }
-        if (!signalled && std::chrono::steady_clock::now() - started >=
-                              std::chrono::milliseconds(options.signalDelayMilliseconds)) {
-            ::kill(child, options.signal);
+        if (!signalled && blocksSignal(child, options.signalOnceBlocked)) {
+            ::kill(child, options.signalOnceBlocked);
             signalled = true;
         }
     }
@@ -93,11 +106,7 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
 }
 
 std::filesystem::path riloExecutable() {
-    const char* buildDirectory = std::getenv("RILO_BUILD_DIR");
-    if (buildDirectory == nullptr) {
-        throw std::runtime_error("RILO_BUILD_DIR is not set");
-    }
-    return std::filesystem::path(buildDirectory) / "rilo";
+    return buildDirectory() / "rilo";
 }
 
 } // namespace rilo::testing

@@ -16,16 +16,16 @@ struct ProcessResult {
 struct ProcessOptions {
     // Variables set (or replaced) in the child's environment.
     std::map<std::string, std::string> environment;
-    // When positive, the signal sent to the child after `signalDelayMilliseconds`.
-    int signal = 0;
-    int signalDelayMilliseconds = 0;
+    // When positive, the signal sent to the child as soon as the child has
+    // blocked it (so that it is sure to be handled, not to kill).
+    int signalOnceBlocked = 0;
 };
 
 // Runs a program to completion, capturing both output streams.
 ProcessResult runProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                          const ProcessOptions& options = {});
 
-// The rilo executable of this build (RILO_BUILD_DIR/rilo).
+// The rilo executable of this build.
 std::filesystem::path riloExecutable();
 
 } // namespace rilo::testing

@@ -3,6 +3,8 @@
 #include "cli/CLIArgumentParser.h"
 #include "cli/ProjectCommandService.h"
 #include "project/ProjectStore.h"
+#include "project/TimelineEffectError.h"
+#include "project/TimelineValidationError.h"
 
 #include <cerrno>
 #include <string_view>
@@ -33,7 +35,13 @@ void writeText(std::string_view text) {
     writeAll(STDOUT_FILENO, bytes);
 }
 
+// Runs the handler of a parsed command. A command whose handler this build
+// does not have fails as an execution error, after its arguments were
+// accepted.
+// Commands whose handlers are not in this build still resolve their project
+// first, so that an unknown or ambiguous prefix reports as such.
 struct Dispatcher {
+    ProjectStore& store;
     ProjectCommandService& service;
 
     json::Json operator()(const command::List&) const { return json::encode(service.list()); }
@@ -41,16 +49,34 @@ struct Dispatcher {
     json::Json operator()(const command::SystemInfo&) const {
         throw CLICommandUnavailableError("system-info");
     }
-    json::Json operator()(const command::Describe&) const { throw CLICommandUnavailableError("describe"); }
-    json::Json operator()(const command::History&) const { throw CLICommandUnavailableError("history"); }
-    json::Json operator()(const command::CaptionsRead&) const {
-        throw CLICommandUnavailableError("captions-read");
+    json::Json operator()(const command::Describe& c) const { return unavailable(c.projectID, "describe"); }
+    json::Json operator()(const command::Idle& c) const { return unavailable(c.projectID, "idle"); }
+    json::Json operator()(const command::History& c) const { return unavailable(c.projectID, "history"); }
+    json::Json operator()(const command::CaptionsRead& c) const {
+        return unavailable(c.projectID, "captions-read");
     }
-    json::Json operator()(const command::EditPlanPrepare&) const {
-        throw CLICommandUnavailableError("edit-plan-prepare");
+    json::Json operator()(const command::CaptionsPrepare& c) const {
+        return unavailable(c.projectID, "captions-prepare");
     }
-    json::Json operator()(const command::Unavailable& pending) const {
-        throw CLICommandUnavailableError(pending.word);
+    json::Json operator()(const command::CaptionsImport& c) const {
+        return unavailable(c.request.projectID, "captions-import");
+    }
+    json::Json operator()(const command::EditPlanPrepare& c) const {
+        return unavailable(c.projectID, "edit-plan-prepare");
+    }
+    json::Json operator()(const command::EditPlan& c) const {
+        return unavailable(c.request.projectID, "edit-plan-preview");
+    }
+    json::Json operator()(const command::Mutate& c) const {
+        return unavailable(c.request.projectID, commandWord(c.request.mutation));
+    }
+    json::Json operator()(const command::Frame& c) const { return unavailable(c.projectID, "frame"); }
+    json::Json operator()(const command::Preview& c) const { return unavailable(c.projectID, "preview"); }
+    json::Json operator()(const command::Export& c) const { return unavailable(c.projectID, "export"); }
+
+    [[noreturn]] json::Json unavailable(const std::string& projectID, const std::string& word) const {
+        store.project(projectID);
+        throw CLICommandUnavailableError(word);
     }
 };
 
@@ -65,7 +91,7 @@ int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stop
         }
         ProjectStore store;
         ProjectCommandService service(store, stopToken);
-        const json::Json response = std::visit(Dispatcher{service}, command);
+        const json::Json response = std::visit(Dispatcher{store, service}, command);
         writeJSON(response);
         return 0;
     } catch (const CancellationError& cancelled) {
@@ -114,6 +140,10 @@ CLIErrorClassification RiloCLI::classify(const std::exception& error) {
         default:
             return {"project_store", 5};
         }
+    }
+    if (dynamic_cast<const TimelineEffectError*>(&error) != nullptr ||
+        dynamic_cast<const TimelineValidationError*>(&error) != nullptr) {
+        return {"validation", 4};
     }
     return {"execution", 5};
 }

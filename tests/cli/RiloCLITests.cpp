@@ -2,6 +2,8 @@
 #include "cli/RiloCLI.h"
 #include "cli/SignalCancellation.h"
 #include "project/ProjectStoreError.h"
+#include "project/TimelineEffectError.h"
+#include "project/TimelineValidationError.h"
 #include "shared/Json.h"
 
 #include <chrono>
@@ -32,6 +34,8 @@ TEST(RiloCLIClassify, MapsErrorsToCodesAndExitCodes) {
     EXPECT_EQ(classify(ProjectStoreError::historyNotFound(7)), validation);
     EXPECT_EQ(classify(ProjectStoreError::invalidProjectLocation()), store);
     EXPECT_EQ(classify(ProjectStoreError::timelineLockUnavailable()), store);
+    EXPECT_EQ(classify(TimelineValidationError::empty()), validation);
+    EXPECT_EQ(classify(TimelineEffectError::zoomOverlap()), validation);
     EXPECT_EQ(classify(json::DecodingError("bad")), execution);
     EXPECT_EQ(classify(CLICommandUnavailableError("cut")), execution);
     EXPECT_EQ(classify(std::runtime_error("anything")), execution);

@@ -152,13 +152,21 @@ TEST_F(CliEndToEnd, ListsFinishedProjectsInLibraryOrder) {
     EXPECT_EQ(result.standardError, "");
 }
 
-TEST_F(CliEndToEnd, CommandsNotInThisBuildFailAsExecutionErrors) {
-    const auto result = rilo({"cli", "cut", "abc", "--range", "0,1000"});
-    EXPECT_EQ(result.exitCode, 5);
-    EXPECT_EQ(result.standardOutput, "");
-    const auto envelope = json::parse(result.standardError);
-    EXPECT_EQ(envelope["error"], "execution");
-    EXPECT_EQ(envelope["protocolVersion"], 1);
+TEST_F(CliEndToEnd, CommandsNotInThisBuildResolveTheirProjectThenFailAsExecutionErrors) {
+    std::filesystem::create_directories(library);
+    testing::writePackage(
+        library, testing::sampleManifest(*Uuid::parse("1A2B3C4D-0000-4000-8000-000000000001"), IsoDate{100}));
+    testing::writePackage(
+        library, testing::sampleManifest(*Uuid::parse("1A2B9999-0000-4000-8000-000000000002"), IsoDate{100}));
+
+    const auto found = rilo({"cli", "cut", "1a2b3c", "--range", "0,1000"});
+    EXPECT_EQ(found.exitCode, 5);
+    EXPECT_EQ(found.standardOutput, "");
+    EXPECT_EQ(json::parse(found.standardError)["error"], "execution");
+
+    const auto ambiguous = rilo({"cli", "describe", "1a2b"});
+    EXPECT_EQ(ambiguous.exitCode, 2);
+    EXPECT_EQ(ambiguous.standardError, errorEnvelope("project_not_found", "项目ID前缀不唯一：1a2b"));
 }
 
 } // namespace

@@ -17,8 +17,10 @@ std::string upperCased(std::string text) {
 }
 } // namespace
 
-ProjectStore::ProjectStore(std::optional<std::filesystem::path> rootDirectory)
-    : projectsDirectory_(rootDirectory ? *rootDirectory : defaultProjectsDirectory()) {
+ProjectStore::ProjectStore(std::optional<std::filesystem::path> rootDirectory,
+                           TimelineValidator::DeviceFrameCatalogProvider deviceFrameCatalog)
+    : projectsDirectory_(rootDirectory ? *rootDirectory : defaultProjectsDirectory())
+    , deviceFrameCatalog_(std::move(deviceFrameCatalog)) {
     std::error_code error;
     std::filesystem::create_directories(projectsDirectory_, error);
     if (error || !std::filesystem::is_directory(projectsDirectory_)) {

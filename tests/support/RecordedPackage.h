@@ -1,0 +1,37 @@
+#pragma once
+
+// A project package made the way a recording makes one: ProjectStore::create,
+// a real media/recording.mov written through FFmpeg, mouse events with clicks,
+// geometry and cursor shape chunks written through the chunk stores, a cursor
+// image in the cursor asset store, then finish (or left unfinished).
+
+#include "project/ProjectStore.h"
+#include "support/MediaFixture.h"
+
+#include <vector>
+
+namespace rilo::testing {
+
+struct RecordedPackageSpec {
+    RecordingMovieSpec movie;
+    // Left-button clicks (down, then up 80 ms later) at these times and
+    // normalised positions; the pointer moves between them every 1/60 s.
+    std::vector<std::pair<ProjectTime, PointValue>> clicks{
+        {ProjectTime::fromMilliseconds(500), {0.25, 0.25}},
+        {ProjectTime::fromMilliseconds(1500), {0.75, 0.6}},
+    };
+    // false: the package keeps its .rilo.tmp name in state "recording".
+    bool finished = true;
+};
+
+struct RecordedPackage {
+    ProjectPackage package;
+    ProjectManifest manifest;
+    std::vector<MouseEvent> mouseEvents;
+    std::vector<GeometrySample> geometry;
+    CursorAssetDescriptor cursorAsset;
+};
+
+RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageSpec& spec = {});
+
+} // namespace rilo::testing

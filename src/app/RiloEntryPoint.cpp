@@ -2,6 +2,7 @@
 
 #include "cli/RiloCLI.h"
 #include "cli/SignalCancellation.h"
+#include "media/MediaLibraryLog.h"
 
 #include <cstdio>
 #include <string_view>
@@ -27,6 +28,8 @@ void RiloEntryPoint::printVersion() {
 
 int RiloEntryPoint::runCLI(const std::vector<std::string>& arguments) {
     const cli::SignalCancellation cancellation;
+    // The standard streams carry the command's JSON and nothing else.
+    silenceMediaLibraryLog();
     return cli::RiloCLI::run(arguments, cancellation.token());
 }
 

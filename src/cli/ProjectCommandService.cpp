@@ -1,6 +1,31 @@
 #include "cli/ProjectCommandService.h"
 
+#include "cli/CLIArgumentError.h"
+#include "cli/CLIOutputError.h"
+#include "cli/ProjectInspector.h"
+#include "project/TimelineMapper.h"
+
+#include <system_error>
+
 namespace rilo::cli {
+
+namespace {
+
+// The path with "." and ".." resolved and symbolic links of the part that
+// exists followed, so that two spellings of one directory compare equal.
+std::filesystem::path standardized(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::path result = std::filesystem::weakly_canonical(path, error);
+    if (error) {
+        result = path.lexically_normal();
+    }
+    if (!result.has_filename() && result.has_parent_path() && result != result.root_path()) {
+        result = result.parent_path();
+    }
+    return result;
+}
+
+} // namespace
 
 void ProjectCommandService::throwIfCancelled() const {
     if (stopToken_.stop_requested()) {
@@ -25,6 +50,92 @@ std::vector<CLIProjectSummary> ProjectCommandService::list() const {
                              manifest.updatedAt});
     }
     return summaries;
+}
+
+LoadedProject ProjectCommandService::load(const ProjectPackage& package) const {
+    throwIfCancelled();
+    LoadedProject loaded{package, store_.loadSnapshot(package), {}, {}};
+    throwIfCancelled();
+    // The snapshot takes the timeline of the digest, so that the two belong to
+    // the same bytes even when a commit landed in between.
+    const ProjectManifest& manifest = loaded.snapshot.manifest;
+    TimelineState state = store_.readTimelineState(package, manifest.duration, manifest.webcam.has_value());
+    loaded.snapshot.timeline = std::move(state.timeline);
+    loaded.timelineDigest = std::move(state.digest);
+    throwIfCancelled();
+    loaded.tracks = TimelineTrackResolver::resolve(loaded.snapshot.mediaURL(), manifest);
+    return loaded;
+}
+
+LoadedProject ProjectCommandService::snapshot(const std::string& projectID) const {
+    throwIfCancelled();
+    return load(store_.project(projectID));
+}
+
+CLIProjectDescription ProjectCommandService::describe(const std::string& projectID) const {
+    const LoadedProject loaded = snapshot(projectID);
+    throwIfCancelled();
+    return ProjectInspector::describe(loaded.snapshot, loaded.timelineDigest);
+}
+
+CLIHistoryResponse ProjectCommandService::history(const std::string& projectID) const {
+    throwIfCancelled();
+    const ProjectPackage package = store_.project(projectID);
+    CLIHistoryResponse response;
+    response.projectID = store_.readManifest(package).id.string();
+    std::int64_t index = 0;
+    for (const TimelineHistoryEntry& entry : store_.timelineHistory(package)) {
+        response.entries.push_back({index++, entry.fileURL.filename().string(), entry.digest});
+    }
+    return response;
+}
+
+CLICaptionReadResponse ProjectCommandService::readCaptions(const std::string& projectID) const {
+    throwIfCancelled();
+    const ProjectPackage package = store_.project(projectID);
+    const ProjectManifest manifest = store_.readManifest(package);
+    const TimelineState timeline =
+        store_.readTimelineState(package, manifest.duration, manifest.webcam.has_value());
+    const CaptionsState captions = store_.captionsState(package);
+    throwIfCancelled();
+
+    CLICaptionReadResponse response;
+    response.projectID = manifest.id.string();
+    response.timelineDigest = timeline.digest;
+    response.captionsDigest = captions.digest;
+    if (!captions.document) {
+        response.hint = std::string(missingCaptionsHint);
+        return response;
+    }
+    const CaptionDocument& document = *captions.document;
+    response.language = document.language;
+    response.sourceTrack = std::string(json::rawValue(document.sourceTrack));
+    response.cues =
+        ProjectInspector::cueDescriptions(document, TimelineMapper(timeline.timeline, manifest.duration));
+    return response;
+}
+
+void ProjectCommandService::prepareOutput(const std::filesystem::path& outputURL, bool replace,
+                                          const std::filesystem::path& exportsDirectory) {
+    if (outputURL.empty() || !outputURL.is_absolute()) {
+        throw CLIArgumentError::invalidValue("--out");
+    }
+    std::error_code error;
+    if (std::filesystem::symlink_status(outputURL, error).type() != std::filesystem::file_type::not_found &&
+        !error && !replace) {
+        throw CLIOutputError::outputExists(outputURL.string());
+    }
+    const std::filesystem::path parent = outputURL.parent_path();
+    if (std::filesystem::exists(parent, error)) {
+        return;
+    }
+    if (standardized(parent) != standardized(exportsDirectory)) {
+        throw CLIOutputError::parentMissing(outputURL.string());
+    }
+    std::filesystem::create_directories(parent, error);
+    if (error) {
+        throw FileError("无法创建目录：" + parent.string() + "（" + error.message() + "）");
+    }
 }
 
 } // namespace rilo::cli

@@ -1,16 +1,35 @@
 #pragma once
 
+#include "cli/CLIReadResponses.h"
 #include "cli/CLIResponses.h"
+#include "media/TimelineTrackResolver.h"
+#include "project/ProjectSnapshot.h"
 #include "project/ProjectStore.h"
+#include "shared/AppDirectories.h"
 
+#include <filesystem>
 #include <stop_token>
+#include <string>
 #include <vector>
 
 namespace rilo::cli {
 
+// A project as every command that describes or changes it sees it: the
+// snapshot, whose timeline was decoded from exactly the bytes whose digest is
+// `timelineDigest`, and the media tracks that its manifest promises, found in
+// the media file.
+struct LoadedProject {
+    ProjectPackage package;
+    ProjectSnapshot snapshot;
+    std::string timelineDigest;
+    ResolvedTimelineTracks tracks;
+};
+
 // Runs the project commands of the command line over one project store.
-// Long operations test the stop token at their own points and then throw
-// CancellationError.
+// Every operation takes the project's id prefix as typed. Reads take no
+// commit lock and change nothing on disk: writes are atomic, so a read sees
+// whole documents. Long operations test the stop token at their own points
+// and then throw CancellationError.
 class ProjectCommandService {
 public:
     ProjectCommandService(ProjectStore& store, std::stop_token stopToken)
@@ -20,6 +39,33 @@ public:
     // The finished projects of the library, in the library's order. A project
     // whose manifest no longer reads is left out.
     std::vector<CLIProjectSummary> list() const;
+
+    // The shared load step: the snapshot (ProjectStore::loadSnapshot) with the
+    // timeline of the digest, then the media file opened and its tracks
+    // resolved. Throws what the store throws (a timeline that fails
+    // validation included), MediaProbeError for media that cannot be read and
+    // TimelineTrackResolverError for a promised track that is not there.
+    LoadedProject load(const ProjectPackage& package) const;
+    // Resolves the prefix, then load.
+    LoadedProject snapshot(const std::string& projectID) const;
+
+    // The project with both time axes, its zooms, tracks, clicks, caption
+    // count and the digest that a change must present.
+    CLIProjectDescription describe(const std::string& projectID) const;
+    // The kept timelines, newest first, numbered from 0.
+    CLIHistoryResponse history(const std::string& projectID) const;
+    // The caption document in source time, each cue with where it still
+    // shows after the cuts; without captions a hint and no cues.
+    CLICaptionReadResponse readCaptions(const std::string& projectID) const;
+
+    // Checks an output path of `frame`, `preview` or `export` before the
+    // project is opened: it must be absolute (else invalidValue("--out")),
+    // must not exist unless `replace` (else CLIOutputError::outputExists),
+    // and its directory must exist (else CLIOutputError::parentMissing),
+    // except that the default export directory is created on demand. Nothing
+    // is removed: the writer of the output replaces an existing file.
+    static void prepareOutput(const std::filesystem::path& outputURL, bool replace,
+                              const std::filesystem::path& exportsDirectory = defaultExportsDirectory());
 
 private:
     void throwIfCancelled() const;

@@ -2,8 +2,13 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "cli/ProjectCommandService.h"
+#include "cli/SystemCapabilityInspector.h"
 #include "project/ProjectStore.h"
+#include "project/TimelineEditError.h"
 #include "project/TimelineEffectError.h"
+#include "project/TimelinePlanError.h"
+#include "project/TimelineSettingsError.h"
+#include "project/TimelineSpeedError.h"
 #include "project/TimelineValidationError.h"
 
 #include <cerrno>
@@ -47,13 +52,17 @@ struct Dispatcher {
     json::Json operator()(const command::List&) const { return json::encode(service.list()); }
     json::Json operator()(const command::Help&) const { return {}; }
     json::Json operator()(const command::SystemInfo&) const {
-        throw CLICommandUnavailableError("system-info");
+        return json::encode(SystemCapabilityInspector::inspect(store.projectsDirectoryURL()));
     }
-    json::Json operator()(const command::Describe& c) const { return unavailable(c.projectID, "describe"); }
+    json::Json operator()(const command::Describe& c) const {
+        return json::encode(service.describe(c.projectID));
+    }
     json::Json operator()(const command::Idle& c) const { return unavailable(c.projectID, "idle"); }
-    json::Json operator()(const command::History& c) const { return unavailable(c.projectID, "history"); }
+    json::Json operator()(const command::History& c) const {
+        return json::encode(service.history(c.projectID));
+    }
     json::Json operator()(const command::CaptionsRead& c) const {
-        return unavailable(c.projectID, "captions-read");
+        return json::encode(service.readCaptions(c.projectID));
     }
     json::Json operator()(const command::CaptionsPrepare& c) const {
         return unavailable(c.projectID, "captions-prepare");
@@ -142,16 +151,33 @@ CLIErrorClassification RiloCLI::classify(const std::exception& error) {
         }
     }
     if (dynamic_cast<const TimelineEffectError*>(&error) != nullptr ||
-        dynamic_cast<const TimelineValidationError*>(&error) != nullptr) {
+        dynamic_cast<const TimelineSettingsError*>(&error) != nullptr ||
+        dynamic_cast<const TimelineEditError*>(&error) != nullptr ||
+        dynamic_cast<const TimelineSpeedError*>(&error) != nullptr ||
+        dynamic_cast<const TimelineValidationError*>(&error) != nullptr ||
+        dynamic_cast<const TimelinePlanError*>(&error) != nullptr) {
         return {"validation", 4};
     }
     return {"execution", 5};
 }
 
-std::optional<CLIValidationDetails> RiloCLI::validationDetails(const std::exception&) {
-    // Only a zoom outside the retained content of an edit plan carries
-    // details; no error of this build does.
-    return std::nullopt;
+std::optional<CLIValidationDetails> RiloCLI::validationDetails(const std::exception& error) {
+    // Only a zoom outside the retained content of an edit plan carries details.
+    const auto* plan = dynamic_cast<const TimelinePlanError*>(&error);
+    if (plan == nullptr || plan->errorCase() != TimelinePlanError::Case::zoomOutsideRetainedContent ||
+        !plan->range()) {
+        return std::nullopt;
+    }
+    CLIValidationDetails details;
+    details.operation = "zoom";
+    details.requestedRange = CLIRange::from(*plan->range());
+    if (plan->zoomID()) {
+        details.zoomID = plan->zoomID()->string();
+    }
+    for (const ProjectTimeRange& cut : plan->normalizedCuts()) {
+        details.normalizedCuts.push_back(CLIRange::from(cut));
+    }
+    return details;
 }
 
 } // namespace rilo::cli

@@ -1,0 +1,25 @@
+#include "cli/SystemCapabilityInspector.h"
+
+namespace rilo::cli::SystemCapabilityInspector {
+
+namespace {
+constexpr std::string_view unknownValue = "unknown";
+} // namespace
+
+CLISystemInfoResponse inspect(const SystemPlatform& platform, const std::filesystem::path& volumePath) {
+    CLISystemInfoResponse response;
+    response.architecture = platform.machineArchitecture().value_or(std::string(unknownValue));
+    response.chip = platform.processorName().value_or(std::string(unknownValue));
+    response.logicalCoreCount = platform.logicalCoreCount().value_or(0);
+    response.memoryBytes = platform.physicalMemoryBytes().value_or(0);
+    response.operatingSystemVersion = platform.operatingSystemVersion().value_or(std::string(unknownValue));
+    response.supportsMetal = platform.hasGPURenderingDevice();
+    response.availableDiskBytes = platform.availableDiskBytes(volumePath).value_or(0);
+    return response;
+}
+
+CLISystemInfoResponse inspect(const std::filesystem::path& volumePath) {
+    return inspect(LinuxSystemPlatform(), volumePath);
+}
+
+} // namespace rilo::cli::SystemCapabilityInspector

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/CLICommand.h"
+#include "cli/CLIMutationResponse.h"
 #include "cli/CLIReadResponses.h"
 #include "cli/CLIResponses.h"
 #include "media/TimelineTrackResolver.h"
@@ -57,6 +59,18 @@ public:
     // The caption document in source time, each cue with where it still
     // shows after the cuts; without captions a hint and no cues.
     CLICaptionReadResponse readCaptions(const std::string& projectID) const;
+
+    // A single timeline change (cut, speed-set, zoom-add, zoom-rm, set,
+    // restore, zoom-regen): computed and validated in memory; previewed with
+    // the arguments that confirm it, or, when the request applies it,
+    // committed with history against the expected digest (a missing one is
+    // missingValue("--expect"), checked only after the edit itself passed).
+    CLIMutationResponse mutate(const CLIMutationRequest& request) const;
+    // The command words that apply a previewed change: the command with the
+    // project's full id, then "--apply", "--expect" and the digest.
+    static std::vector<std::string> confirmationArguments(const CLIMutation& mutation,
+                                                          const std::string& projectID,
+                                                          const std::string& digest);
 
     // Checks an output path of `frame`, `preview` or `export` before the
     // project is opened: it must be absolute (else invalidValue("--out")),

@@ -76,9 +76,7 @@ struct Dispatcher {
     json::Json operator()(const command::EditPlan& c) const {
         return unavailable(c.request.projectID, "edit-plan-preview");
     }
-    json::Json operator()(const command::Mutate& c) const {
-        return unavailable(c.request.projectID, commandWord(c.request.mutation));
-    }
+    json::Json operator()(const command::Mutate& c) const { return json::encode(service.mutate(c.request)); }
     json::Json operator()(const command::Frame& c) const { return unavailable(c.projectID, "frame"); }
     json::Json operator()(const command::Preview& c) const { return unavailable(c.projectID, "preview"); }
     json::Json operator()(const command::Export& c) const { return unavailable(c.projectID, "export"); }

@@ -10,6 +10,7 @@
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"
+#include "support/FileTree.h"
 #include "support/PackageFixtures.h"
 #include "support/ProcessRunner.h"
 #include "support/RecordedPackage.h"
@@ -42,16 +43,7 @@ TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMillisec
             TimelinePlaybackRate{permille}};
 }
 
-// Every entry under a directory with, for files, their bytes, and for all,
-// the time of their last change.
-std::map<fs::path, std::pair<std::string, fs::file_time_type>> treeState(const fs::path& root) {
-    std::map<fs::path, std::pair<std::string, fs::file_time_type>> state;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        state[entry.path()] = {entry.is_regular_file() ? readFileBytes(entry.path()) : std::string(),
-                               fs::last_write_time(entry.path())};
-    }
-    return state;
-}
+using testing::fileTreeState;
 
 class ReadCommandsEndToEnd : public ::testing::Test {
 protected:
@@ -296,11 +288,11 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadMapsEachCueToWhatSurvivesTheCuts) {
 TEST_F(ReadCommandsEndToEnd, ReadCommandsChangeNothingOnDisk) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     commitEditedTimeline(recorded);
-    const auto before = treeState(recorded.package.rootURL);
+    const auto before = fileTreeState(recorded.package.rootURL);
     for (const char* command : {"describe", "history", "captions-read"}) {
         succeed({"cli", command, prefixOf(recorded)});
     }
-    EXPECT_EQ(treeState(recorded.package.rootURL), before);
+    EXPECT_EQ(fileTreeState(recorded.package.rootURL), before);
 }
 
 TEST_F(ReadCommandsEndToEnd, UnknownAndAmbiguousPrefixesExitTwo) {

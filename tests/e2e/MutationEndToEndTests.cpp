@@ -1,0 +1,173 @@
+// One agent edit through the real executable: describe, preview, confirm with
+// the digest the preview returned, read the history and restore; plus the
+// failures that must leave the package as it was.
+
+#include "project/DeviceFrameCatalog.h"
+#include "project/ProjectStore.h"
+#include "scene/AutoZoomEngine.h"
+#include "shared/Json.h"
+#include "support/FileTree.h"
+#include "support/ProcessRunner.h"
+#include "support/RecordedPackage.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+namespace rilo {
+namespace {
+
+namespace fs = std::filesystem;
+using json::Json;
+using testing::fileTreeState;
+using testing::ProcessResult;
+
+const DeviceFrameCatalog& buildCatalog() {
+    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
+    return catalog;
+}
+
+class MutationEndToEnd : public ::testing::Test {
+protected:
+    testing::TemporaryDirectory dataHome;
+    fs::path library = dataHome / "Rilo/Projects";
+    ProjectStore store{library, buildCatalog};
+    testing::RecordedPackage recorded;
+    std::string prefix;
+
+    void SetUp() override {
+        testing::RecordedPackageSpec spec;
+        spec.movie.duration = ProjectTime::fromSeconds(12);
+        spec.clicks = {{ProjectTime::fromMilliseconds(2000), {0.3, 0.3}},
+                       {ProjectTime::fromMilliseconds(7000), {0.7, 0.6}}};
+        recorded = testing::makeRecordedPackage(store, spec);
+        prefix = recorded.manifest.id.string().substr(0, 6);
+        for (auto& c : prefix) {
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
+    }
+
+    ProcessResult rilo(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), "cli");
+        testing::ProcessOptions options;
+        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
+        return testing::runProcess(testing::riloExecutable(), arguments, options);
+    }
+
+    Json succeed(const std::vector<std::string>& arguments) const {
+        const ProcessResult result = rilo(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_EQ(result.standardError, "");
+        return json::parse(result.standardOutput);
+    }
+
+    // Runs a command that must fail with this code and exit status, and
+    // returns its message.
+    std::string fail(const std::vector<std::string>& arguments, const std::string& code, int exitCode) const {
+        const ProcessResult result = rilo(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << result.standardError;
+        EXPECT_EQ(result.standardOutput, "");
+        const Json envelope = json::parse(result.standardError);
+        EXPECT_EQ(envelope["error"], code);
+        return envelope["message"].get<std::string>();
+    }
+};
+
+TEST_F(MutationEndToEnd, PreviewConfirmHistoryAndRestore) {
+    const Json described = succeed({"describe", prefix});
+    const std::string digest = described["timelineDigest"];
+    EXPECT_EQ(described["sequenceDurationMilliseconds"], 12000);
+
+    const auto untouched = fileTreeState(recorded.package.rootURL);
+    const Json preview = succeed({"cut", prefix, "--range", "5000,9000"});
+    EXPECT_EQ(fileTreeState(recorded.package.rootURL), untouched);
+    EXPECT_EQ(preview["applied"], false);
+    EXPECT_EQ(preview["projectID"], recorded.manifest.id.string());
+    EXPECT_EQ(preview["timelineDigest"], digest);
+    EXPECT_FALSE(preview.contains("resultingDigest"));
+    EXPECT_EQ(preview["before"]["sequenceDurationMilliseconds"], 12000);
+    EXPECT_EQ(preview["after"]["sequenceDurationMilliseconds"], 8000);
+    EXPECT_EQ(preview["after"]["segmentCount"], 2);
+    EXPECT_EQ(preview["normalizedCuts"],
+              json::parse(R"([{"endMilliseconds":9000,"startMilliseconds":5000}])"));
+    EXPECT_EQ(preview["warnings"], Json::array());
+    const auto confirmation = preview["confirmationArguments"].get<std::vector<std::string>>();
+    EXPECT_EQ(confirmation, (std::vector<std::string>{"cut", recorded.manifest.id.string(), "--range",
+                                                      "5000,9000", "--apply", "--expect", digest}));
+
+    const Json applied = succeed(confirmation);
+    EXPECT_EQ(applied["applied"], true);
+    EXPECT_FALSE(applied.contains("confirmationArguments"));
+    const std::string newDigest = applied["resultingDigest"];
+    EXPECT_NE(newDigest, digest);
+
+    const Json after = succeed({"describe", prefix});
+    EXPECT_EQ(after["timelineDigest"], newDigest);
+    EXPECT_EQ(after["sequenceDurationMilliseconds"], 8000);
+    const Json history = succeed({"history", prefix});
+    ASSERT_EQ(history["entries"].size(), 1u);
+    EXPECT_EQ(history["entries"][0]["timelineDigest"], digest);
+
+    const Json restored = succeed({"restore", prefix, "--index", "0", "--apply", "--expect", newDigest});
+    EXPECT_EQ(restored["after"]["sequenceDurationMilliseconds"], 12000);
+    EXPECT_EQ(succeed({"describe", prefix})["sequenceDurationMilliseconds"], 12000);
+    EXPECT_EQ(succeed({"history", prefix})["entries"].size(), 2u);
+}
+
+TEST_F(MutationEndToEnd, AStaleDigestConflictsAndChangesNothing) {
+    const std::string digest = succeed({"describe", prefix})["timelineDigest"];
+    const auto confirmation =
+        succeed({"speed-set", prefix, "--range", "0,2000", "--rate", "2"})["confirmationArguments"]
+            .get<std::vector<std::string>>();
+    EXPECT_EQ(confirmation[5], "2");
+    // Someone else commits in between.
+    succeed({"set", prefix, "cursor.scale=1.5", "--apply", "--expect", digest});
+    const auto before = fileTreeState(recorded.package.rootURL);
+    EXPECT_EQ(fail(confirmation, "timeline_conflict", 3), "Timeline已被其他进程修改，请重新预演。");
+    EXPECT_EQ(fileTreeState(recorded.package.rootURL), before);
+}
+
+TEST_F(MutationEndToEnd, InvalidEditsFailWithTheirOwnMessageAndChangeNothing) {
+    const std::string digest = succeed({"describe", prefix})["timelineDigest"];
+    const auto before = fileTreeState(recorded.package.rootURL);
+    fail({"cut", prefix, "--range", "0,20000", "--apply", "--expect", digest}, "validation", 4);
+    EXPECT_EQ(fail({"zoom-rm", prefix, "--index", "3"}, "validation", 4), "自动镜头编号无效。");
+    // A sequence range across a cut cannot hold one zoom.
+    const std::string cut =
+        succeed({"cut", prefix, "--range", "4000,5000", "--apply", "--expect", digest})["resultingDigest"];
+    const auto afterCut = fileTreeState(recorded.package.rootURL);
+    EXPECT_EQ(fail({"zoom-add", prefix, "--range", "3000,6000"}, "validation", 4),
+              "自动镜头区间至少需要一帧，且必须位于原始媒体内。");
+    EXPECT_EQ(fail({"restore", prefix, "--index", "1"}, "validation", 4), "找不到历史版本：1");
+    fail({"set", prefix, "canvas.aspect=2:1"}, "validation", 4);
+    fail({"zoom-add", "ffffffff", "--range", "0,1000"}, "project_not_found", 2);
+    EXPECT_EQ(fileTreeState(recorded.package.rootURL), afterCut);
+    EXPECT_NE(afterCut, before);
+    EXPECT_FALSE(cut.empty());
+}
+
+TEST_F(MutationEndToEnd, ZoomsFromClicksAddAndRemove) {
+    const std::string digest = succeed({"describe", prefix})["timelineDigest"];
+    const Json regenerated = succeed({"zoom-regen", prefix, "--apply", "--expect", digest});
+    const auto expected = AutoZoomEngine{}.makeSegments(recorded.mouseEvents, recorded.manifest.duration);
+    ASSERT_FALSE(expected.empty());
+    const Json described = succeed({"describe", prefix});
+    ASSERT_EQ(described["zooms"].size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(described["zooms"][i]["sourceStartMilliseconds"], expected[i].startTime.cliMilliseconds());
+        EXPECT_EQ(described["zooms"][i]["sourceEndMilliseconds"], expected[i].endTime.cliMilliseconds());
+        EXPECT_DOUBLE_EQ(described["zooms"][i]["focusX"].get<double>(), expected[i].focusPoint.x);
+        EXPECT_DOUBLE_EQ(described["zooms"][i]["focusY"].get<double>(), expected[i].focusPoint.y);
+    }
+
+    // Without --at the focus is the last click inside the range.
+    const Json added = succeed({"zoom-add", prefix, "--range", "10000,11500", "--level", "2"});
+    EXPECT_EQ(added["after"]["zoomCount"], expected.size() + 1);
+    const Json removed = succeed({"zoom-rm", prefix, "--all"});
+    EXPECT_EQ(removed["after"]["zoomCount"], 0);
+    EXPECT_EQ(removed["confirmationArguments"][2], "--all");
+    EXPECT_EQ(regenerated["normalizedCuts"], Json::array());
+}
+
+} // namespace
+} // namespace rilo

@@ -9,9 +9,12 @@
 // run in this process, each the best of several passes, to show where the
 // time goes.
 //
-// Usage: describe_bench [runs] [path of rilo] [--keep]
-//   (default 7 runs and this build's rilo; --keep leaves the library in place
-//   for profiling and prints where it is)
+// Usage: describe_bench [runs] [path of rilo ...] [--keep]
+//   (default 7 runs and this build's rilo; with several executables, for
+//   instance an older build beside this one, their runs take turns on the
+//   same package, each gets its own figures, and their responses must be
+//   byte for byte the same; --keep leaves the library in place for profiling
+//   and prints where it is)
 
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectInspector.h"
@@ -200,7 +203,7 @@ struct RunFigures {
     double wallMilliseconds = 0;
     long maximumResidentKilobytes = 0;
     int exitCode = -1;
-    std::size_t outputBytes = 0;
+    std::string output;
 };
 
 // Runs the command with the data directory set, its output read through a pipe.
@@ -237,7 +240,7 @@ RunFigures runCommand(const fs::path& executable, const std::vector<std::string>
             }
             break;
         }
-        figures.outputBytes += static_cast<std::size_t>(n);
+        figures.output.append(buffer, static_cast<std::size_t>(n));
     }
     ::close(output[0]);
     int status = 0;
@@ -264,7 +267,7 @@ double bestMilliseconds(const std::function<void()>& work, int passes = 3) {
 
 int main(int argc, char** argv) {
     int runs = 7;
-    fs::path executable = RILO_EXECUTABLE;
+    std::vector<fs::path> executables;
     bool keep = false;
     for (int index = 1; index < argc; ++index) {
         const std::string argument = argv[index];
@@ -273,8 +276,11 @@ int main(int argc, char** argv) {
         } else if (!argument.empty() && std::all_of(argument.begin(), argument.end(), ::isdigit)) {
             runs = std::max(1, std::atoi(argument.c_str()));
         } else {
-            executable = argument;
+            executables.emplace_back(argument);
         }
+    }
+    if (executables.empty()) {
+        executables.emplace_back(RILO_EXECUTABLE);
     }
 
     const ScratchDirectory dataHome(keep);
@@ -288,25 +294,38 @@ int main(int argc, char** argv) {
                 built.eventCount, built.chunkCount, static_cast<double>(built.chunkBytes) / 1e6, zoomCount,
                 std::chrono::duration<double>(Clock::now() - buildStart).count());
 
-    std::vector<RunFigures> figures;
+    // Runs take turns between the executables, so that a change in the
+    // machine's load falls on all of them alike.
+    std::vector<std::vector<RunFigures>> figures(executables.size());
     for (int run = 0; run < runs; ++run) {
-        figures.push_back(runCommand(executable, {"cli", "describe", prefix}, dataHome.path()));
-        if (figures.back().exitCode != 0) {
-            std::fprintf(stderr, "describe failed with exit code %d\n", figures.back().exitCode);
-            return 1;
+        for (std::size_t index = 0; index < executables.size(); ++index) {
+            RunFigures result = runCommand(executables[index], {"cli", "describe", prefix}, dataHome.path());
+            if (result.exitCode != 0) {
+                std::fprintf(stderr, "describe with %s failed with exit code %d\n",
+                             executables[index].c_str(), result.exitCode);
+                return 1;
+            }
+            if (!figures[0].empty() && result.output != figures[0].front().output) {
+                std::fprintf(stderr, "%s answered differently from %s\n", executables[index].c_str(),
+                             executables[0].c_str());
+                return 1;
+            }
+            figures[index].push_back(std::move(result));
         }
     }
-    std::vector<double> walls;
-    long peakKilobytes = 0;
-    for (const RunFigures& run : figures) {
-        walls.push_back(run.wallMilliseconds);
-        peakKilobytes = std::max(peakKilobytes, run.maximumResidentKilobytes);
+    for (std::size_t index = 0; index < executables.size(); ++index) {
+        std::vector<double> walls;
+        long peakKilobytes = 0;
+        for (const RunFigures& run : figures[index]) {
+            walls.push_back(run.wallMilliseconds);
+            peakKilobytes = std::max(peakKilobytes, run.maximumResidentKilobytes);
+        }
+        std::sort(walls.begin(), walls.end());
+        std::printf("%s cli describe, %d runs: median %.1f ms, best %.1f ms, worst %.1f ms; "
+                    "peak resident memory %.1f MB; response %zu bytes\n",
+                    executables[index].c_str(), runs, walls[walls.size() / 2], walls.front(), walls.back(),
+                    static_cast<double>(peakKilobytes) / 1024.0, figures[index].front().output.size());
     }
-    std::sort(walls.begin(), walls.end());
-    std::printf("rilo cli describe, %d runs: median %.1f ms, best %.1f ms, worst %.1f ms; "
-                "peak resident memory %.1f MB; response %zu bytes\n",
-                runs, walls[walls.size() / 2], walls.front(), walls.back(),
-                static_cast<double>(peakKilobytes) / 1024.0, figures.front().outputBytes);
 
     // Where the time goes, in this process.
     const ProjectPackage& package = built.package;
@@ -314,11 +333,24 @@ int main(int argc, char** argv) {
     std::size_t sink = 0;
     const double readChunks =
         bestMilliseconds([&] { sink += ChunkStore<MouseEvent>::readAll(package.eventsDirectory()).size(); });
-    const double parseChunks = bestMilliseconds([&] {
-        for (const fs::path& file : ChunkFiles::list(package.eventsDirectory())) {
-            sink += ChunkFiles::read(file).size();
-        }
-    });
+    // The same chunks through the general decoder (nlohmann's tree, then the
+    // codecs), which readAll uses only for files out of the writer's form.
+    const double generalParse = bestMilliseconds(
+        [&] {
+            for (const fs::path& file : ChunkFiles::list(package.eventsDirectory())) {
+                sink += ChunkFiles::read(file).size();
+            }
+        },
+        1);
+    const double generalDecode = bestMilliseconds(
+        [&] {
+            for (const fs::path& file : ChunkFiles::list(package.eventsDirectory())) {
+                sink +=
+                    json::decode<std::vector<MouseEvent>>(ChunkFiles::read(file), file.filename().string())
+                        .size();
+            }
+        },
+        1);
     const double snapshot = bestMilliseconds([&] { sink += store.loadSnapshot(package).mouseEvents.size(); });
     const double timelineState = bestMilliseconds(
         [&] { sink += store.readTimelineState(package, manifest.duration, false).digest.size(); });
@@ -334,9 +366,10 @@ int main(int argc, char** argv) {
     });
     std::printf(
         "in process (best of 3): snapshot %.1f ms, of which mouse chunks %.1f ms "
-        "(JSON parse alone %.1f ms, decoding to samples %.1f ms); timeline state %.1f ms; "
+        "(the general decoder would take %.1f ms: JSON tree %.1f ms, codecs %.1f ms); timeline state %.1f "
+        "ms; "
         "track resolution %.1f ms; description %.1f ms; description and encoding %.1f ms (checksum %zu)\n",
-        snapshot, readChunks, parseChunks, readChunks - parseChunks, timelineState, tracks, inspect, encode,
-        sink);
+        snapshot, readChunks, generalDecode, generalParse, generalDecode - generalParse, timelineState,
+        tracks, inspect, encode, sink);
     return 0;
 }

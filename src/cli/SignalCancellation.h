@@ -11,7 +11,7 @@ namespace rilo::cli {
 //
 // Construct it on the main thread before any other thread starts: it blocks
 // both signals in the calling thread, every later thread inherits that mask,
-// and one watcher thread takes the signals with sigtimedwait and requests a
+// and one watcher thread takes the signals from a signalfd and requests a
 // stop on the source. The signals stay blocked after destruction (the process
 // is about to end with the command's exit code, which a late second signal
 // must not replace).
@@ -27,6 +27,10 @@ public:
     int receivedSignal() const noexcept { return receivedSignal_.load(); }
 
 private:
+    void closeDescriptors() noexcept;
+
+    int signalDescriptor_ = -1;
+    int wakeDescriptor_ = -1;
     std::stop_source source_;
     std::atomic<int> receivedSignal_{0};
     std::jthread watcher_;

@@ -22,6 +22,7 @@
 // - Destruction waits for the chunks already handed to the I/O thread and
 //   drops what is still in the buffer: call flush() first to keep it.
 
+#include "project/FastChunkDecoding.h"
 #include "shared/Json.h"
 #include "shared/ProjectTime.h"
 
@@ -180,13 +181,20 @@ public:
     // read or decoded as an array of samples fails the whole read (FileError
     // or json::DecodingError naming the file).
     static std::vector<T> readAll(const std::filesystem::path& directory) {
-        std::vector<T> samples;
-        for (const auto& file : ChunkFiles::list(directory)) {
-            auto chunk = json::decode<std::vector<T>>(ChunkFiles::read(file), file.filename().string());
-            samples.insert(samples.end(), std::make_move_iterator(chunk.begin()),
-                           std::make_move_iterator(chunk.end()));
+        const std::vector<std::filesystem::path> files = ChunkFiles::list(directory);
+        // The sample types of long recordings skip the general JSON tree,
+        // with the same results and failures.
+        if constexpr (FastChunkDecoding::FastChunkSample<T>) {
+            return FastChunkDecoding::readAll<T>(files);
+        } else {
+            std::vector<T> samples;
+            for (const auto& file : files) {
+                auto chunk = json::decode<std::vector<T>>(ChunkFiles::read(file), file.filename().string());
+                samples.insert(samples.end(), std::make_move_iterator(chunk.begin()),
+                               std::make_move_iterator(chunk.end()));
+            }
+            return samples;
         }
-        return samples;
     }
 
 private:

@@ -6,6 +6,7 @@
 #include "project/ProjectStore.h"
 #include "scene/AutoZoomEngine.h"
 #include "shared/Json.h"
+#include "support/BuildCatalog.h"
 #include "support/FileTree.h"
 #include "support/ProcessRunner.h"
 #include "support/RecordedPackage.h"
@@ -22,10 +23,7 @@ using json::Json;
 using testing::fileTreeState;
 using testing::ProcessResult;
 
-const DeviceFrameCatalog& buildCatalog() {
-    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
-    return catalog;
-}
+using testing::buildCatalog;
 
 class MutationEndToEnd : public ::testing::Test {
 protected:

@@ -10,6 +10,7 @@
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"
+#include "support/BuildCatalog.h"
 #include "support/FileTree.h"
 #include "support/PackageFixtures.h"
 #include "support/ProcessRunner.h"
@@ -29,10 +30,7 @@ namespace fs = std::filesystem;
 using json::Json;
 using testing::ProcessResult;
 
-const DeviceFrameCatalog& buildCatalog() {
-    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
-    return catalog;
-}
+using testing::buildCatalog;
 
 ProjectTime ms(std::int64_t milliseconds) {
     return ProjectTime::fromMilliseconds(milliseconds);

@@ -6,6 +6,7 @@
 #include "project/DeviceFrameCatalog.h"
 #include "project/ProjectStore.h"
 #include "shared/Files.h"
+#include "support/BuildCatalog.h"
 #include "support/RecordedPackage.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
@@ -18,10 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const DeviceFrameCatalog& buildCatalog() {
-    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
-    return catalog;
-}
+using testing::buildCatalog;
 
 class ProjectRecoveryTest : public ::testing::Test {
 protected:

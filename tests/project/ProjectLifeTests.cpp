@@ -3,6 +3,7 @@
 #include "project/TimelineCodecs.h"
 #include "shared/Files.h"
 #include "shared/Sha256.h"
+#include "support/BuildCatalog.h"
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
@@ -16,10 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const DeviceFrameCatalog& buildCatalog() {
-    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
-    return catalog;
-}
+using testing::buildCatalog;
 
 class ProjectLifeTest : public ::testing::Test {
 protected:

@@ -1,6 +1,7 @@
 #include "project/DeviceFrameCatalog.h"
 #include "project/TimelineEffectEngine.h"
 #include "project/TimelineValidator.h"
+#include "support/BuildCatalog.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
 
@@ -21,10 +22,7 @@ using Case = TimelineValidationError::Case;
 constexpr ProjectTime tenSeconds = ProjectTime::fromSeconds(10);
 constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 
-const DeviceFrameCatalog& buildCatalog() {
-    static const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(testing::buildDirectory());
-    return catalog;
-}
+using testing::buildCatalog;
 
 TimelineValidator::DeviceFrameCatalogProvider buildCatalogProvider() {
     return []() -> const DeviceFrameCatalog& { return buildCatalog(); };

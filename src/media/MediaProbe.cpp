@@ -1,5 +1,7 @@
 #include "media/MediaProbe.h"
 
+#include "media/FFmpegHandles.h"
+
 extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/avutil.h>
@@ -13,10 +15,7 @@ namespace rilo {
 
 namespace {
 
-struct InputContextDeleter {
-    void operator()(AVFormatContext* context) const noexcept { avformat_close_input(&context); }
-};
-using InputContext = std::unique_ptr<AVFormatContext, InputContextDeleter>;
+using ffmpeg::InputContext;
 
 constexpr AVRational nanosecondTimeBase{1, 1'000'000'000};
 

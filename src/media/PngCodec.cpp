@@ -1,5 +1,7 @@
 #include "media/PngCodec.h"
 
+#include "media/FFmpegHandles.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
@@ -17,18 +19,9 @@ namespace {
 const std::string encodingFailure = "无法编码PNG图像。";
 const std::string decodingFailure = "无法解码PNG图像。";
 
-struct CodecContextDeleter {
-    void operator()(AVCodecContext* context) const noexcept { avcodec_free_context(&context); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* frame) const noexcept { av_frame_free(&frame); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* packet) const noexcept { av_packet_free(&packet); }
-};
-using CodecContext = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
-using Frame = std::unique_ptr<AVFrame, FrameDeleter>;
-using Packet = std::unique_ptr<AVPacket, PacketDeleter>;
+using ffmpeg::CodecContext;
+using ffmpeg::Frame;
+using ffmpeg::Packet;
 
 // A context for the PNG encoder or decoder on one thread; `configure` sets
 // what must be known before the codec opens.

@@ -7,6 +7,7 @@
 #include "scene/AutoZoomEngine.h"
 #include "shared/Json.h"
 #include "support/BuildCatalog.h"
+#include "support/CliLibraryTest.h"
 #include "support/FileTree.h"
 #include "support/ProcessRunner.h"
 #include "support/RecordedPackage.h"
@@ -25,11 +26,8 @@ using testing::ProcessResult;
 
 using testing::buildCatalog;
 
-class MutationEndToEnd : public ::testing::Test {
+class MutationEndToEnd : public testing::CliLibraryTest {
 protected:
-    testing::TemporaryDirectory dataHome;
-    fs::path library = dataHome / "Rilo/Projects";
-    ProjectStore store{library, buildCatalog};
     testing::RecordedPackage recorded;
     std::string prefix;
 
@@ -43,31 +41,6 @@ protected:
         for (auto& c : prefix) {
             c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         }
-    }
-
-    ProcessResult rilo(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), "cli");
-        testing::ProcessOptions options;
-        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-        return testing::runProcess(testing::riloExecutable(), arguments, options);
-    }
-
-    Json succeed(const std::vector<std::string>& arguments) const {
-        const ProcessResult result = rilo(arguments);
-        EXPECT_EQ(result.exitCode, 0) << result.standardError;
-        EXPECT_EQ(result.standardError, "");
-        return json::parse(result.standardOutput);
-    }
-
-    // Runs a command that must fail with this code and exit status, and
-    // returns its message.
-    std::string fail(const std::vector<std::string>& arguments, const std::string& code, int exitCode) const {
-        const ProcessResult result = rilo(arguments);
-        EXPECT_EQ(result.exitCode, exitCode) << result.standardError;
-        EXPECT_EQ(result.standardOutput, "");
-        const Json envelope = json::parse(result.standardError);
-        EXPECT_EQ(envelope["error"], code);
-        return envelope["message"].get<std::string>();
     }
 };
 

@@ -11,6 +11,7 @@
 #include "shared/Json.h"
 #include "shared/Sha256.h"
 #include "support/BuildCatalog.h"
+#include "support/CliLibraryTest.h"
 #include "support/FileTree.h"
 #include "support/PackageFixtures.h"
 #include "support/ProcessRunner.h"
@@ -43,27 +44,8 @@ TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMillisec
 
 using testing::fileTreeState;
 
-class ReadCommandsEndToEnd : public ::testing::Test {
+class ReadCommandsEndToEnd : public testing::CliLibraryTest {
 protected:
-    testing::TemporaryDirectory dataHome;
-    fs::path library = dataHome / "Rilo/Projects";
-    ProjectStore store{library, buildCatalog};
-
-    ProcessResult rilo(const std::vector<std::string>& arguments) const {
-        testing::ProcessOptions options;
-        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-        return testing::runProcess(testing::riloExecutable(), arguments, options);
-    }
-
-    // Runs a command that must succeed and gives its response.
-    Json succeed(const std::vector<std::string>& arguments) const {
-        const ProcessResult result = rilo(arguments);
-        EXPECT_EQ(result.exitCode, 0) << result.standardError;
-        EXPECT_EQ(result.standardError, "");
-        EXPECT_TRUE(result.standardOutput.ends_with("}\n"));
-        return json::parse(result.standardOutput);
-    }
-
     static std::string prefixOf(const testing::RecordedPackage& recorded) {
         return recorded.manifest.id.string().substr(0, 8);
     }
@@ -101,7 +83,7 @@ TEST_F(ReadCommandsEndToEnd, DescribeShowsTheProjectOnBothTimeAxesWithTheDigestO
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     const EditTimeline timeline = commitEditedTimeline(recorded);
 
-    const Json description = succeed({"cli", "describe", prefixOf(recorded)});
+    const Json description = succeed({"describe", prefixOf(recorded)});
     const std::set<std::string> keys{"protocolVersion",
                                      "id",
                                      "packagePath",
@@ -185,7 +167,7 @@ TEST_F(ReadCommandsEndToEnd, DescribeShowsTheProjectOnBothTimeAxesWithTheDigestO
 
 TEST_F(ReadCommandsEndToEnd, ResponsesLeaveSlashesUnescaped) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
-    const ProcessResult result = rilo({"cli", "describe", prefixOf(recorded)});
+    const ProcessResult result = cli({"describe", prefixOf(recorded)});
     ASSERT_EQ(result.exitCode, 0);
     EXPECT_NE(result.standardOutput.find("\"packagePath\" : \"" + recorded.package.rootURL.string() + "\""),
               std::string::npos);
@@ -196,7 +178,7 @@ TEST_F(ReadCommandsEndToEnd, HistoryNumbersTheKeptTimelinesNewestFirst) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     const std::string id = recorded.manifest.id.string();
 
-    const Json empty = succeed({"cli", "history", prefixOf(recorded)});
+    const Json empty = succeed({"history", prefixOf(recorded)});
     EXPECT_EQ(empty, Json({{"protocolVersion", 1}, {"projectID", id}, {"entries", Json::array()}}));
 
     const std::string original = diskDigest(recorded.package.timelineURL());
@@ -204,7 +186,7 @@ TEST_F(ReadCommandsEndToEnd, HistoryNumbersTheKeptTimelinesNewestFirst) {
     const std::string edited = diskDigest(recorded.package.timelineURL());
     commitEditedTimeline(recorded);
 
-    const Json history = succeed({"cli", "history", prefixOf(recorded)});
+    const Json history = succeed({"history", prefixOf(recorded)});
     EXPECT_EQ(history["projectID"], id);
     const Json& entries = history["entries"];
     ASSERT_EQ(entries.size(), 2u);
@@ -221,7 +203,7 @@ TEST_F(ReadCommandsEndToEnd, HistoryNumbersTheKeptTimelinesNewestFirst) {
 
 TEST_F(ReadCommandsEndToEnd, CaptionsReadWithoutCaptionsGivesTheHint) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
-    const Json response = succeed({"cli", "captions-read", prefixOf(recorded)});
+    const Json response = succeed({"captions-read", prefixOf(recorded)});
     EXPECT_EQ(response, Json({{"protocolVersion", 1},
                               {"projectID", recorded.manifest.id.string()},
                               {"timeDomain", "source milliseconds"},
@@ -250,7 +232,7 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadMapsEachCueToWhatSurvivesTheCuts) {
     document.cues[0].highlights = {{"世界", 1}};
     store.commitCaptions(document, sha256Hex(""), timelineDigest, recorded.package);
 
-    const Json response = succeed({"cli", "captions-read", prefixOf(recorded)});
+    const Json response = succeed({"captions-read", prefixOf(recorded)});
     EXPECT_EQ(response["captionsDigest"], diskDigest(recorded.package.captionsURL()));
     EXPECT_EQ(response["timelineDigest"], timelineDigest);
     EXPECT_EQ(response["language"], "zh-Hans");
@@ -278,7 +260,7 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadMapsEachCueToWhatSurvivesTheCuts) {
     // 1800...2000 at double speed, then 2500...2700: two touching ranges, not merged.
     EXPECT_EQ(cues[2]["sequenceRanges"], Json::array({range(1150, 1250), range(1250, 1450)}));
 
-    const Json description = succeed({"cli", "describe", prefixOf(recorded)});
+    const Json description = succeed({"describe", prefixOf(recorded)});
     EXPECT_EQ(description["captionCueCount"], 3);
     EXPECT_EQ(description["captionLanguage"], "zh-Hans");
 }
@@ -288,7 +270,7 @@ TEST_F(ReadCommandsEndToEnd, ReadCommandsChangeNothingOnDisk) {
     commitEditedTimeline(recorded);
     const auto before = fileTreeState(recorded.package.rootURL);
     for (const char* command : {"describe", "history", "captions-read"}) {
-        succeed({"cli", command, prefixOf(recorded)});
+        succeed({command, prefixOf(recorded)});
     }
     EXPECT_EQ(fileTreeState(recorded.package.rootURL), before);
 }
@@ -300,13 +282,13 @@ TEST_F(ReadCommandsEndToEnd, UnknownAndAmbiguousPrefixesExitTwo) {
     testing::writePackage(
         library, testing::sampleManifest(*Uuid::parse("1A2B9999-0000-4000-8000-000000000002"), IsoDate{100}));
     for (const char* command : {"describe", "history", "captions-read"}) {
-        const ProcessResult ambiguous = rilo({"cli", command, "1a2b"});
+        const ProcessResult ambiguous = cli({command, "1a2b"});
         EXPECT_EQ(ambiguous.exitCode, 2) << command;
         EXPECT_EQ(ambiguous.standardOutput, "");
         EXPECT_EQ(json::parse(ambiguous.standardError)["error"], "project_not_found");
         EXPECT_EQ(json::parse(ambiguous.standardError)["message"], "项目ID前缀不唯一：1a2b");
 
-        const ProcessResult unknown = rilo({"cli", command, "ffff"});
+        const ProcessResult unknown = cli({command, "ffff"});
         EXPECT_EQ(unknown.exitCode, 2) << command;
         EXPECT_EQ(json::parse(unknown.standardError)["message"], "找不到项目：ffff");
     }
@@ -319,7 +301,7 @@ TEST_F(ReadCommandsEndToEnd, MediaThatLostAPromisedTrackFailsWithTheResolversTex
     movie.microphone.reset();
     testing::writeRecordingMovie(recorded.package.mediaURL(), movie);
 
-    const ProcessResult result = rilo({"cli", "describe", prefixOf(recorded)});
+    const ProcessResult result = cli({"describe", prefixOf(recorded)});
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.standardOutput, "");
     const Json error = json::parse(result.standardError);
@@ -334,7 +316,7 @@ TEST_F(ReadCommandsEndToEnd, AnInvalidTimelineIsAValidationFailure) {
     writeFileAtomically(recorded.package.timelineURL(), json::encodeDocument(timeline));
 
     for (const char* command : {"describe", "captions-read"}) {
-        const ProcessResult result = rilo({"cli", command, prefixOf(recorded)});
+        const ProcessResult result = cli({command, prefixOf(recorded)});
         EXPECT_EQ(result.exitCode, 4) << command;
         const Json error = json::parse(result.standardError);
         EXPECT_EQ(error["error"], "validation");
@@ -343,7 +325,7 @@ TEST_F(ReadCommandsEndToEnd, AnInvalidTimelineIsAValidationFailure) {
 }
 
 TEST_F(ReadCommandsEndToEnd, SystemInfoGivesTheFactsAndNothingElse) {
-    const Json info = succeed({"cli", "system-info"});
+    const Json info = succeed({"system-info"});
     std::set<std::string> keys;
     for (const auto& [key, value] : info.items()) {
         keys.insert(key);

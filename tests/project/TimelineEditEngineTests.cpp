@@ -2,6 +2,7 @@
 #include "project/TimelineEffectEngine.h"
 #include "project/TimelineMapper.h"
 #include "project/TimelineValidator.h"
+#include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <functional>
@@ -19,22 +20,11 @@ using Case = TimelineEditError::Case;
 constexpr ProjectTime sourceDuration = ProjectTime::fromSeconds(10);
 constexpr ProjectTime minimum = TimelineFrameGrid::minimumDuration;
 
-constexpr ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
-constexpr ProjectTime ns(std::int64_t nanoseconds) {
-    return ProjectTime{nanoseconds};
-}
-ProjectTime frame(std::int64_t index) {
-    return TimelineFrameGrid::boundaryForFrame(index);
-}
-ProjectTimeRange between(ProjectTime start, ProjectTime end) {
-    return ProjectTimeRange::fromStartEnd(start, end);
-}
-
-TimelineSegment segment(ProjectTime start, ProjectTime end, std::int64_t permille = 1000) {
-    return {Uuid::random(), between(start, end), {permille}};
-}
+using testing::between;
+using testing::frame;
+using testing::ms;
+using testing::ns;
+using testing::segment;
 
 AnnotationElement annotation(ProjectTime start, ProjectTime end, std::int64_t zIndex) {
     return AnnotationElement::defaultAnnotation(AnnotationKind::rectangle, start, end, zIndex, 16.0 / 9.0);

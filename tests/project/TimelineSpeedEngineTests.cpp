@@ -2,6 +2,7 @@
 #include "project/TimelineMapper.h"
 #include "project/TimelineSpeedEngine.h"
 #include "project/TimelineValidator.h"
+#include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <functional>
@@ -16,22 +17,11 @@ using Case = TimelineSpeedError::Case;
 
 constexpr ProjectTime sourceDuration = ProjectTime::fromSeconds(10);
 
-constexpr ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
-constexpr ProjectTime ns(std::int64_t nanoseconds) {
-    return ProjectTime{nanoseconds};
-}
-ProjectTime frame(std::int64_t index) {
-    return TimelineFrameGrid::boundaryForFrame(index);
-}
-ProjectTimeRange between(ProjectTime start, ProjectTime end) {
-    return ProjectTimeRange::fromStartEnd(start, end);
-}
-
-TimelineSegment segment(ProjectTime start, ProjectTime end, std::int64_t permille = 1000) {
-    return {Uuid::random(), between(start, end), {permille}};
-}
+using testing::between;
+using testing::frame;
+using testing::ms;
+using testing::ns;
+using testing::segment;
 
 EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
     EditTimeline timeline;

@@ -1,5 +1,7 @@
 #include "support/MediaFixture.h"
 
+#include "media/FFmpegHandles.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -32,23 +34,11 @@ struct OutputContextDeleter {
         avformat_free_context(context);
     }
 };
-struct InputContextDeleter {
-    void operator()(AVFormatContext* context) const noexcept { avformat_close_input(&context); }
-};
-struct CodecContextDeleter {
-    void operator()(AVCodecContext* context) const noexcept { avcodec_free_context(&context); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* frame) const noexcept { av_frame_free(&frame); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* packet) const noexcept { av_packet_free(&packet); }
-};
 using OutputContext = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
-using InputContext = std::unique_ptr<AVFormatContext, InputContextDeleter>;
-using CodecContext = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
-using Frame = std::unique_ptr<AVFrame, FrameDeleter>;
-using Packet = std::unique_ptr<AVPacket, PacketDeleter>;
+using ffmpeg::CodecContext;
+using ffmpeg::Frame;
+using ffmpeg::InputContext;
+using ffmpeg::Packet;
 
 // Options handed to FFmpeg, which takes out what it uses.
 class Options {

@@ -1,0 +1,53 @@
+#pragma once
+
+// A test that runs the real executable's command line against a project
+// library in a temporary data directory.
+
+#include "project/ProjectStore.h"
+#include "shared/Json.h"
+#include "support/BuildCatalog.h"
+#include "support/ProcessRunner.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace rilo::testing {
+
+class CliLibraryTest : public ::testing::Test {
+protected:
+    TemporaryDirectory dataHome;
+    std::filesystem::path library = dataHome / "Rilo/Projects";
+    ProjectStore store{library, buildCatalog};
+
+    // Runs `rilo cli <arguments>` with the temporary data directory.
+    ProcessResult cli(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), "cli");
+        ProcessOptions options;
+        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
+        return runProcess(riloExecutable(), arguments, options);
+    }
+
+    // Runs a command that must succeed and gives its response.
+    json::Json succeed(const std::vector<std::string>& arguments) const {
+        const ProcessResult result = cli(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_EQ(result.standardError, "");
+        EXPECT_TRUE(result.standardOutput.ends_with("}\n"));
+        return json::parse(result.standardOutput);
+    }
+
+    // Runs a command that must fail with this code and exit status, and gives
+    // its message.
+    std::string fail(const std::vector<std::string>& arguments, const std::string& code, int exitCode) const {
+        const ProcessResult result = cli(arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << result.standardError;
+        EXPECT_EQ(result.standardOutput, "");
+        const json::Json envelope = json::parse(result.standardError);
+        EXPECT_EQ(envelope["error"], code);
+        return envelope["message"].get<std::string>();
+    }
+};
+
+} // namespace rilo::testing

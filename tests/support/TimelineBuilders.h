@@ -1,0 +1,26 @@
+#pragma once
+
+// Short ways to write times, ranges and segments in engine tests.
+
+#include "project/EditTimeline.h"
+#include "shared/ProjectTime.h"
+
+namespace rilo::testing {
+
+constexpr ProjectTime ms(std::int64_t milliseconds) {
+    return ProjectTime::fromMilliseconds(milliseconds);
+}
+constexpr ProjectTime ns(std::int64_t nanoseconds) {
+    return ProjectTime{nanoseconds};
+}
+inline ProjectTime frame(std::int64_t index) {
+    return TimelineFrameGrid::boundaryForFrame(index);
+}
+inline ProjectTimeRange between(ProjectTime start, ProjectTime end) {
+    return ProjectTimeRange::fromStartEnd(start, end);
+}
+inline TimelineSegment segment(ProjectTime start, ProjectTime end, std::int64_t permille = 1000) {
+    return {Uuid::random(), between(start, end), {permille}};
+}
+
+} // namespace rilo::testing

@@ -8,8 +8,8 @@
 //
 // Usage: timeline_mapper_bench [lookups]   (default 1,000,000)
 
-#include "project/EditTimeline.h"
-#include "project/TimelineMapper.h"
+#include "project/document/EditTimeline.h"
+#include "project/engine/TimelineMapper.h"
 
 #include <algorithm>
 #include <chrono>

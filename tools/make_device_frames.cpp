@@ -12,7 +12,7 @@
 // one catalog's resources.
 
 #include "media/PngCodec.h"
-#include "project/DeviceFrameCatalog.h"
+#include "project/document/DeviceFrameCatalog.h"
 #include "shared/Files.h"
 
 #include <algorithm>

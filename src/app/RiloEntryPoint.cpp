@@ -1,8 +1,8 @@
 #include "app/RiloEntryPoint.h"
 
 #include "cli/RiloCLI.h"
-#include "cli/SignalCancellation.h"
 #include "media/MediaLibraryLog.h"
+#include "platform/SignalCancellation.h"
 
 #include <cstdio>
 #include <string_view>
@@ -13,13 +13,6 @@
 
 namespace rilo::app {
 
-namespace {
-int startGraphicalApplication() {
-    std::puts("Rilo " RILO_VERSION "：此版本尚未包含图形界面，请使用命令行模式（rilo cli）。");
-    return 0;
-}
-} // namespace
-
 void RiloEntryPoint::printVersion() {
     constexpr std::string_view version = RILO_VERSION;
     std::printf("{\"protocolVersion\":1,\"version\":\"%s\"}\n", version.empty() ? "unknown" : RILO_VERSION);
@@ -27,15 +20,16 @@ void RiloEntryPoint::printVersion() {
 }
 
 int RiloEntryPoint::runCLI(const std::vector<std::string>& arguments) {
-    const cli::SignalCancellation cancellation;
+    const platform::SignalCancellation cancellation;
     // The standard streams carry the command's JSON and nothing else.
     silenceMediaLibraryLog();
     return cli::RiloCLI::run(arguments, cancellation.token());
 }
 
-int RiloEntryPoint::main(const std::vector<std::string>& arguments) {
+int RiloEntryPoint::main(const std::vector<std::string>& arguments,
+                         const GraphicalApplicationLauncher& launchGraphicalApplication) {
     if (arguments.size() < 2 || arguments[1] != "cli") {
-        return startGraphicalApplication();
+        return launchGraphicalApplication(arguments);
     }
     const std::vector<std::string> rest(arguments.begin() + 2, arguments.end());
     if (!rest.empty() && (rest[0] == "version" || rest[0] == "--version")) {

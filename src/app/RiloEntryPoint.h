@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,15 @@ namespace rilo::app {
 // the JSON command line; the first argument "cli" selects the command line.
 namespace RiloEntryPoint {
 
-// Decides the mode and runs it; returns the process exit code.
-int main(const std::vector<std::string>& arguments);
+// Starts the graphical application with the process arguments and returns its
+// exit code. The executable hands it in, so that this library never needs a
+// windowing toolkit.
+using GraphicalApplicationLauncher = std::function<int(const std::vector<std::string>& arguments)>;
+
+// Decides the mode and runs it; returns the process exit code. Without the
+// first argument "cli" the launcher runs.
+int main(const std::vector<std::string>& arguments,
+         const GraphicalApplicationLauncher& launchGraphicalApplication);
 
 // {"protocolVersion":1,"version":"<short version>"} on one line.
 void printVersion();

@@ -5,7 +5,7 @@
 #include "cli/AgentHelpCatalog.h"
 #include "cli/CLIRange.h"
 #include "export/ExportConfiguration.h"
-#include "project/MediaTrackKind.h"
+#include "project/document/MediaTrackKind.h"
 #include "shared/Geometry.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"

@@ -1,6 +1,6 @@
 #include "cli/CLIReadResponses.h"
 
-#include "project/TimelineCodecs.h"
+#include "project/document/TimelineCodecs.h"
 
 namespace rilo::json {
 

@@ -5,9 +5,9 @@
 
 #include "cli/CLIRange.h"
 #include "cli/CLIResponses.h"
-#include "project/CanvasEdit.h"
-#include "project/TimelineEffects.h"
-#include "project/WebcamOverlay.h"
+#include "project/document/CanvasEdit.h"
+#include "project/document/TimelineEffects.h"
+#include "project/document/WebcamOverlay.h"
 #include "shared/Json.h"
 
 #include <cstdint>

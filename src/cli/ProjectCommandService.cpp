@@ -3,7 +3,7 @@
 #include "cli/CLIArgumentError.h"
 #include "cli/CLIOutputError.h"
 #include "cli/ProjectInspector.h"
-#include "project/TimelineMapper.h"
+#include "project/engine/TimelineMapper.h"
 
 #include <system_error>
 

@@ -5,8 +5,8 @@
 #include "cli/CLIReadResponses.h"
 #include "cli/CLIResponses.h"
 #include "media/TimelineTrackResolver.h"
-#include "project/ProjectSnapshot.h"
-#include "project/ProjectStore.h"
+#include "project/store/ProjectSnapshot.h"
+#include "project/store/ProjectStore.h"
 #include "shared/AppDirectories.h"
 
 #include <filesystem>

@@ -4,12 +4,12 @@
 // answer with. No file is touched here.
 
 #include "cli/CLIReadResponses.h"
-#include "project/CaptionDocument.h"
-#include "project/CaptureSamples.h"
-#include "project/EditTimeline.h"
-#include "project/ProjectManifest.h"
-#include "project/ProjectSnapshot.h"
-#include "project/TimelineMapper.h"
+#include "project/caption/CaptionDocument.h"
+#include "project/document/CaptureSamples.h"
+#include "project/document/EditTimeline.h"
+#include "project/document/ProjectManifest.h"
+#include "project/engine/TimelineMapper.h"
+#include "project/store/ProjectSnapshot.h"
 
 #include <cstdint>
 #include <map>

@@ -3,13 +3,13 @@
 #include "cli/CLIArgumentParser.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/SystemCapabilityInspector.h"
-#include "project/ProjectStore.h"
-#include "project/TimelineEditError.h"
-#include "project/TimelineEffectError.h"
-#include "project/TimelinePlanError.h"
-#include "project/TimelineSettingsError.h"
-#include "project/TimelineSpeedError.h"
-#include "project/TimelineValidationError.h"
+#include "project/document/TimelineEffectError.h"
+#include "project/document/TimelineValidationError.h"
+#include "project/engine/TimelineEditError.h"
+#include "project/engine/TimelinePlanError.h"
+#include "project/engine/TimelineSettingsError.h"
+#include "project/engine/TimelineSpeedError.h"
+#include "project/store/ProjectStore.h"
 
 #include <cerrno>
 #include <string_view>

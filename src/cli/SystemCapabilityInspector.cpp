@@ -1,12 +1,16 @@
 #include "cli/SystemCapabilityInspector.h"
 
+#include "platform/LinuxSystemPlatform.h"
+#include "rendering/RenderDeviceProbe.h"
+
 namespace rilo::cli::SystemCapabilityInspector {
 
 namespace {
 constexpr std::string_view unknownValue = "unknown";
 } // namespace
 
-CLISystemInfoResponse inspect(const SystemPlatform& platform, const std::filesystem::path& volumePath) {
+CLISystemInfoResponse inspect(const platform::SystemPlatform& platform,
+                              const std::filesystem::path& volumePath) {
     CLISystemInfoResponse response;
     response.architecture = platform.machineArchitecture().value_or(std::string(unknownValue));
     response.chip = platform.processorName().value_or(std::string(unknownValue));
@@ -19,7 +23,7 @@ CLISystemInfoResponse inspect(const SystemPlatform& platform, const std::filesys
 }
 
 CLISystemInfoResponse inspect(const std::filesystem::path& volumePath) {
-    return inspect(LinuxSystemPlatform(), volumePath);
+    return inspect(platform::LinuxSystemPlatform(rendering::hasGPURenderingDevice), volumePath);
 }
 
 } // namespace rilo::cli::SystemCapabilityInspector

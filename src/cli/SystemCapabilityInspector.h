@@ -5,7 +5,7 @@
 // nothing that identifies the machine or its user.
 
 #include "cli/CLIReadResponses.h"
-#include "cli/SystemPlatform.h"
+#include "platform/SystemPlatform.h"
 
 #include <filesystem>
 
@@ -13,7 +13,8 @@ namespace rilo::cli::SystemCapabilityInspector {
 
 // Texts the platform does not give are "unknown", numbers 0. Free space is
 // that of the volume holding `volumePath`.
-CLISystemInfoResponse inspect(const SystemPlatform& platform, const std::filesystem::path& volumePath);
+CLISystemInfoResponse inspect(const platform::SystemPlatform& platform,
+                              const std::filesystem::path& volumePath);
 
 // The same on this machine, for the volume of the given library.
 CLISystemInfoResponse inspect(const std::filesystem::path& volumePath);

@@ -4,7 +4,7 @@
 // frame rate, quality, codec) and the source, the pixel size, frame rate and
 // bit rate of the output, and an estimate of the file's size. Pure; no media.
 
-#include "project/CanvasEdit.h"
+#include "project/document/CanvasEdit.h"
 #include "shared/Errors.h"
 #include "shared/Geometry.h"
 #include "shared/Json.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "project/MediaAssetInspector.h"
+#include "project/store/MediaAssetInspector.h"
 
 namespace rilo {
 

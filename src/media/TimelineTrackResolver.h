@@ -8,8 +8,8 @@
 // order the recorder added them: screen, webcam, system audio, microphone.
 
 #include "media/MediaProbe.h"
-#include "project/MediaTrackKind.h"
-#include "project/ProjectManifest.h"
+#include "project/document/MediaTrackKind.h"
+#include "project/document/ProjectManifest.h"
 #include "shared/Errors.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "scene/AutoZoomEngine.h"
 
-#include "project/TimelineEffectEngine.h"
+#include "project/engine/TimelineEffectEngine.h"
 #include "shared/Uuid.h"
 
 #include <algorithm>

@@ -15,8 +15,8 @@
 // (MouseEvent::isVisibleInsideSource), so that a click outside the recorded
 // region never makes a zoom.
 
-#include "project/CaptureSamples.h"
-#include "project/TimelineEffects.h"
+#include "project/document/CaptureSamples.h"
+#include "project/document/TimelineEffects.h"
 #include "shared/ProjectTime.h"
 
 #include <cstdint>

@@ -1,5 +1,5 @@
 #include "cli/ProjectInspector.h"
-#include "project/TimelineValidationError.h"
+#include "project/document/TimelineValidationError.h"
 #include "support/PackageFixtures.h"
 
 #include <gtest/gtest.h>

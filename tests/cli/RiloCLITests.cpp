@@ -1,15 +1,11 @@
 #include "cli/CLIArgumentError.h"
 #include "cli/RiloCLI.h"
-#include "cli/SignalCancellation.h"
-#include "project/ProjectStoreError.h"
-#include "project/TimelineEffectError.h"
-#include "project/TimelineValidationError.h"
+#include "project/document/TimelineEffectError.h"
+#include "project/document/TimelineValidationError.h"
+#include "project/store/ProjectStoreError.h"
 #include "shared/Json.h"
 
-#include <chrono>
-#include <csignal>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace rilo::cli {
 namespace {
@@ -48,29 +44,6 @@ TEST(ProjectStoreErrorMessages, CarryTheirValues) {
     EXPECT_EQ(conflict.message(), "Timeline已被其他进程修改，请重新预演。");
     EXPECT_EQ(conflict.expectedDigest(), "aaa");
     EXPECT_EQ(conflict.actualDigest(), "bbb");
-}
-
-TEST(SignalCancellation, TurnsTerminationSignalsIntoStopRequests) {
-    const SignalCancellation cancellation;
-    EXPECT_FALSE(cancellation.token().stop_requested());
-    // Sent to the whole process: without the watcher this would end the test run.
-    ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!cancellation.token().stop_requested() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_TRUE(cancellation.token().stop_requested());
-    EXPECT_EQ(cancellation.receivedSignal(), SIGTERM);
-}
-
-TEST(SignalCancellation, InterruptAlsoCancels) {
-    const SignalCancellation cancellation;
-    ASSERT_EQ(::kill(::getpid(), SIGINT), 0);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!cancellation.token().stop_requested() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_EQ(cancellation.receivedSignal(), SIGINT);
 }
 
 } // namespace

@@ -2,8 +2,8 @@
 // the digest the preview returned, read the history and restore; plus the
 // failures that must leave the package as it was.
 
-#include "project/DeviceFrameCatalog.h"
-#include "project/ProjectStore.h"
+#include "project/document/DeviceFrameCatalog.h"
+#include "project/store/ProjectStore.h"
 #include "scene/AutoZoomEngine.h"
 #include "shared/Json.h"
 #include "support/BuildCatalog.h"

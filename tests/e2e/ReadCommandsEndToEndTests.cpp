@@ -2,11 +2,11 @@
 // system-info) on packages made the way a recording makes them, with real
 // media, in a library under a temporary data directory.
 
-#include "project/CaptionCodecs.h"
-#include "project/DeviceFrameCatalog.h"
-#include "project/ProjectStore.h"
-#include "project/TimelineCodecs.h"
-#include "project/TimelineEffectEngine.h"
+#include "project/caption/CaptionCodecs.h"
+#include "project/document/DeviceFrameCatalog.h"
+#include "project/document/TimelineCodecs.h"
+#include "project/engine/TimelineEffectEngine.h"
+#include "project/store/ProjectStore.h"
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"

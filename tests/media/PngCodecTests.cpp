@@ -1,5 +1,5 @@
 #include "media/PngCodec.h"
-#include "project/DeviceFrameCatalog.h"
+#include "project/document/DeviceFrameCatalog.h"
 #include "shared/Files.h"
 #include "support/TestPaths.h"
 

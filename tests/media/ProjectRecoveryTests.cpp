@@ -3,8 +3,8 @@
 
 #include "media/FFmpegMediaAssetInspector.h"
 #include "media/TimelineTrackResolver.h"
-#include "project/DeviceFrameCatalog.h"
-#include "project/ProjectStore.h"
+#include "project/document/DeviceFrameCatalog.h"
+#include "project/store/ProjectStore.h"
 #include "shared/Files.h"
 #include "support/BuildCatalog.h"
 #include "support/RecordedPackage.h"

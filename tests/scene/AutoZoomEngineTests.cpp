@@ -1,5 +1,5 @@
-#include "project/EditTimeline.h"
-#include "project/TimelineEffectEngine.h"
+#include "project/document/EditTimeline.h"
+#include "project/engine/TimelineEffectEngine.h"
 #include "scene/AutoZoomEngine.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "project/DeviceFrameCatalog.h"
+#include "project/document/DeviceFrameCatalog.h"
 #include "support/TestPaths.h"
 
 namespace rilo::testing {

@@ -3,7 +3,7 @@
 // A test that runs the real executable's command line against a project
 // library in a temporary data directory.
 
-#include "project/ProjectStore.h"
+#include "project/store/ProjectStore.h"
 #include "shared/Json.h"
 #include "support/BuildCatalog.h"
 #include "support/ProcessRunner.h"

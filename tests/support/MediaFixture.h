@@ -11,7 +11,7 @@
 // sideways on the screen track and downwards on the webcam. Audio is a tone inside the audible ranges and
 // silence (or a given noise) outside them.
 
-#include "project/ProjectManifest.h"
+#include "project/document/ProjectManifest.h"
 #include "shared/Errors.h"
 #include "shared/Geometry.h"
 #include "shared/ProjectTime.h"

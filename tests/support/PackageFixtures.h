@@ -3,8 +3,8 @@
 // Project packages made by hand for tests: a manifest, an optional media file
 // and the package directories, written with the project's own encoder.
 
-#include "project/ProjectManifest.h"
-#include "project/ProjectPackage.h"
+#include "project/document/ProjectManifest.h"
+#include "project/document/ProjectPackage.h"
 
 #include <filesystem>
 #include <string>

@@ -1,8 +1,8 @@
 #include "support/RecordedPackage.h"
 
 #include "media/PngCodec.h"
-#include "project/ChunkStore.h"
-#include "project/CursorAssetStore.h"
+#include "project/store/ChunkStore.h"
+#include "project/store/CursorAssetStore.h"
 
 #include <algorithm>
 

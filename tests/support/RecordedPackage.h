@@ -5,7 +5,7 @@
 // geometry and cursor shape chunks written through the chunk stores, a cursor
 // image in the cursor asset store, then finish (or left unfinished).
 
-#include "project/ProjectStore.h"
+#include "project/store/ProjectStore.h"
 #include "support/MediaFixture.h"
 
 #include <vector>

@@ -2,7 +2,7 @@
 
 // Short ways to write times, ranges and segments in engine tests.
 
-#include "project/EditTimeline.h"
+#include "project/document/EditTimeline.h"
 #include "shared/ProjectTime.h"
 
 namespace rilo::testing {

@@ -1,0 +1,362 @@
+#include "project/caption/CaptionCodecs.h"
+#include "project/caption/CaptionDocument.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+const ProjectTime sourceDuration = ProjectTime::fromSeconds(60);
+
+Uuid cueID(std::uint8_t n) {
+    Uuid id;
+    id.bytes[15] = n;
+    id.bytes[6] = 0x40;
+    return id;
+}
+
+ProjectTime ms(std::int64_t milliseconds) {
+    return ProjectTime::fromMilliseconds(milliseconds);
+}
+
+CaptionCue cue(std::uint8_t n, std::int64_t startMs, std::int64_t endMs, std::string text) {
+    return {cueID(n), ms(startMs), ms(endMs), std::move(text), {}, {}};
+}
+
+CaptionDocument documentWith(std::vector<CaptionCue> cues) {
+    CaptionDocument document;
+    document.sourceTrack = MediaTrackKind::microphone;
+    document.sourceAudioDigest = std::string(64, 'a');
+    document.basedOnTimelineDigest = std::string(64, 'b');
+    document.cues = std::move(cues);
+    return document;
+}
+
+CaptionDocument sampleDocument() {
+    CaptionDocument document = documentWith({
+        cue(1, 0, 1500, "今天我们看看 Rilo 的剪辑"),
+        cue(2, 1500, 4000, "自动缩放和字幕 / captions"),
+    });
+    document.sourceTrack = MediaTrackKind::systemAudio;
+    document.language = "zh-Hans";
+    document.style = {false, 1, CaptionAppearance::whiteWithBlackOutline, 1.15, 0.2};
+    document.cues[0].words = {{ms(0), ms(600), "今天"}, {ms(600), ms(1500), "剪辑"}};
+    document.cues[0].highlights = {{"剪辑", 1}};
+    document.cues[1].highlights = {{"字幕", 1}, {"自动缩放", 1}};
+    return document;
+}
+
+template <class Mutate>
+CaptionValidationError::Case failureOf(Mutate mutate) {
+    CaptionDocument document = sampleDocument();
+    mutate(document);
+    try {
+        (void)document.validated(sourceDuration);
+    } catch (const CaptionValidationError& error) {
+        return error.errorCase();
+    }
+    ADD_FAILURE() << "validation passed";
+    return CaptionValidationError::Case::staleAudio;
+}
+
+std::string repeated(std::string_view unit, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += unit;
+    }
+    return text;
+}
+
+TEST(CaptionDocument, RoundTripsByteForByte) {
+    const CaptionDocument document = sampleDocument();
+    const std::string bytes = json::encodeDocument(document);
+    const auto decoded = json::decodeDocument<CaptionDocument>(bytes);
+    EXPECT_EQ(decoded, document);
+    EXPECT_EQ(json::encodeDocument(decoded), bytes);
+    EXPECT_NE(bytes.find("\"appearance\" : \"white-black-outline\""), std::string::npos);
+    EXPECT_NE(bytes.find("\"sourceTrack\" : \"systemAudio\""), std::string::npos);
+    EXPECT_NE(bytes.find("\"language\" : \"zh-Hans\""), std::string::npos);
+    EXPECT_NE(bytes.find("\"id\" : \"00000000-0000-4000-0000-000000000001\""), std::string::npos);
+    EXPECT_NE(bytes.find("字幕 \\/ captions"), std::string::npos);
+
+    CaptionDocument withoutLanguage = document;
+    withoutLanguage.language.reset();
+    const std::string plain = json::encodeDocument(withoutLanguage);
+    EXPECT_EQ(plain.find("language"), std::string::npos);
+    EXPECT_EQ(plain.find("null"), std::string::npos);
+}
+
+TEST(CaptionDocument, MissingStyleKeysTakeDefaults) {
+    json::Json document = json::encode(sampleDocument());
+    document["style"] = json::Json::object();
+    document["cues"][1].erase("words");
+    document["cues"][1].erase("highlights");
+    const auto decoded = json::decode<CaptionDocument>(document);
+    EXPECT_EQ(decoded.style, CaptionStyle{});
+    EXPECT_TRUE(decoded.style.isEnabled);
+    EXPECT_EQ(decoded.style.maximumLines, 2);
+    EXPECT_EQ(decoded.style.appearance, CaptionAppearance::whiteOnBlack);
+    EXPECT_EQ(decoded.style.fontScale, 1.0);
+    EXPECT_EQ(decoded.style.bottomPosition, 0.08);
+    EXPECT_TRUE(decoded.cues[1].words.empty());
+    EXPECT_TRUE(decoded.cues[1].highlights.empty());
+
+    document.erase("style");
+    EXPECT_EQ(json::decode<CaptionDocument>(document).style, CaptionStyle{});
+}
+
+TEST(CaptionDocument, RequiredKeysAndWordsAreEnforced) {
+    for (const char* key :
+         {"schemaVersion", "sourceTrack", "sourceAudioDigest", "basedOnTimelineDigest", "cues"}) {
+        json::Json document = json::encode(sampleDocument());
+        document.erase(key);
+        EXPECT_THROW(json::decode<CaptionDocument>(document), json::DecodingError) << key;
+    }
+    for (const char* key : {"id", "start", "end", "text"}) {
+        json::Json document = json::encode(sampleDocument());
+        document["cues"][0].erase(key);
+        EXPECT_THROW(json::decode<CaptionDocument>(document), json::DecodingError) << key;
+    }
+    json::Json badAppearance = json::encode(sampleDocument());
+    badAppearance["style"]["appearance"] = "whiteOnBlack";
+    EXPECT_THROW(json::decode<CaptionDocument>(badAppearance), json::DecodingError);
+    json::Json missingOccurrence = json::encode(sampleDocument());
+    missingOccurrence["cues"][0]["highlights"][0].erase("occurrence");
+    EXPECT_THROW(json::decode<CaptionDocument>(missingOccurrence), json::DecodingError);
+}
+
+TEST(CaptionDocument, DocumentLevelFailuresComeFirstWithTheirMessages) {
+    using Case = CaptionValidationError::Case;
+    CaptionDocument document = sampleDocument();
+    document.schemaVersion = 2;
+    document.sourceTrack = MediaTrackKind::screen;
+    try {
+        (void)document.validated(sourceDuration);
+        FAIL();
+    } catch (const CaptionValidationError& error) {
+        EXPECT_EQ(error.errorCase(), Case::unsupportedSchema);
+        EXPECT_STREQ(error.what(), "不支持该字幕格式版本。");
+    }
+    document.schemaVersion = 1;
+    try {
+        (void)document.validated(sourceDuration);
+        FAIL();
+    } catch (const CaptionValidationError& error) {
+        EXPECT_EQ(error.errorCase(), Case::invalidTrack);
+        EXPECT_EQ(error.message(), "字幕来源必须是麦克风或系统声音。");
+    }
+
+    CaptionDocument crowded = documentWith({});
+    crowded.cues.assign(maximumCaptionCueCount, cue(1, 0, 1, "x"));
+    // At the limit the count passes, and the repeated id is what fails.
+    try {
+        (void)crowded.validated(sourceDuration);
+        FAIL();
+    } catch (const CaptionValidationError& error) {
+        EXPECT_EQ(error.errorCase(), Case::invalidCue);
+    }
+    crowded.cues.push_back(cue(1, 0, 1, "x"));
+    try {
+        (void)crowded.validated(sourceDuration);
+        FAIL();
+    } catch (const CaptionValidationError& error) {
+        EXPECT_EQ(error.errorCase(), Case::tooManyCues);
+        EXPECT_EQ(error.message(), "字幕数量超过安全上限。");
+    }
+}
+
+TEST(CaptionDocument, EveryCaseHasItsText) {
+    const std::vector<std::pair<CaptionValidationError, std::string>> cases{
+        {CaptionValidationError::invalidCue(), "字幕文本、顺序或时间范围无效。"},
+        {CaptionValidationError::invalidWord(), "逐词时间不在所属字幕范围内。"},
+        {CaptionValidationError::invalidHighlight(), "字幕高亮必须是正文中的非重叠关键词，且不能覆盖整句。"},
+        {CaptionValidationError::cueCrossesRemovedContent(),
+         "最终字幕不能包含已删除内容或跨越剪切边界，请按最新保留片段重新生成。"},
+        {CaptionValidationError::staleTimeline(), "项目剪辑已变化，请重新生成字幕。"},
+        {CaptionValidationError::staleAudio(), "字幕对应的音频与当前任务不一致。"},
+    };
+    for (const auto& [error, text] : cases) {
+        EXPECT_EQ(error.message(), text);
+    }
+}
+
+TEST(CaptionDocument, CueOrderTimesAndIdentity) {
+    using Case = CaptionValidationError::Case;
+    auto rejects = [](std::vector<CaptionCue> cues) {
+        try {
+            (void)documentWith(std::move(cues)).validated(sourceDuration);
+        } catch (const CaptionValidationError& error) {
+            return error.errorCase() == Case::invalidCue &&
+                   error.message() == "字幕文本、顺序或时间范围无效。";
+        }
+        return false;
+    };
+    // Touching cues pass, also a cue ending exactly at the end of the source.
+    EXPECT_NO_THROW(
+        (void)documentWith({cue(1, 0, 1000, "a"), cue(2, 1000, 60'000, "b")}).validated(sourceDuration));
+
+    CaptionCue overlapping = cue(2, 1000, 2000, "b");
+    overlapping.start.nanoseconds -= 1;
+    EXPECT_TRUE(rejects({cue(1, 0, 1000, "a"), overlapping}));
+    EXPECT_TRUE(rejects({cue(1, 1000, 2000, "a"), cue(2, 0, 500, "b")}));
+    EXPECT_TRUE(rejects({cue(1, 0, 1000, "a"), cue(1, 1000, 2000, "b")}));
+    EXPECT_TRUE(rejects({cue(1, -1, 1000, "a")}));
+    EXPECT_TRUE(rejects({cue(1, 1000, 1000, "a")}));
+    EXPECT_TRUE(rejects({cue(1, 1000, 999, "a")}));
+    CaptionCue pastTheEnd = cue(1, 59'000, 60'000, "a");
+    pastTheEnd.end.nanoseconds += 1;
+    EXPECT_TRUE(rejects({pastTheEnd}));
+    EXPECT_TRUE(rejects({cue(1, 0, 1000, " \n\t\u3000")}));
+}
+
+TEST(CaptionDocument, CueLengthCountsUserPerceivedCharacters) {
+    auto passes = [](const std::string& text) {
+        try {
+            (void)documentWith({cue(1, 0, 1000, text)}).validated(sourceDuration);
+            return true;
+        } catch (const CaptionValidationError& error) {
+            EXPECT_EQ(error.errorCase(), CaptionValidationError::Case::invalidCue);
+            return false;
+        }
+    };
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467"; // one composed emoji
+    const std::string accented = "e\u0301";                                  // e with a combining accent
+    for (const std::string_view unit : {std::string_view("a"), std::string_view("字"),
+                                        std::string_view(family), std::string_view(accented)}) {
+        EXPECT_TRUE(passes(repeated(unit, 2000))) << unit;
+        EXPECT_FALSE(passes(repeated(unit, 2001))) << unit;
+    }
+    // Blanks around the text do not count.
+    EXPECT_TRUE(passes("  " + repeated("字", 2000) + "\n"));
+    EXPECT_EQ(captionCharacterCount(family + "🇨🇳" + accented), 3u);
+}
+
+TEST(CaptionDocument, TextsAreStoredTrimmed) {
+    CaptionCue spoken = cue(1, 0, 2000, " \n 你好，世界\t\u3000\n");
+    spoken.words = {{ms(0), ms(1000), "  你好 "}, {ms(1000), ms(2000), "\n世界"}};
+    const auto validated = documentWith({spoken}).validated(sourceDuration);
+    EXPECT_EQ(validated.cues[0].text, "你好，世界");
+    EXPECT_EQ(validated.cues[0].words[0].text, "你好");
+    EXPECT_EQ(validated.cues[0].words[1].text, "世界");
+    EXPECT_EQ(trimmedCaptionText("\u00A0\u2028a b\u0085"), "a b");
+    EXPECT_EQ(trimmedCaptionText(" \n "), "");
+    // Validating again changes nothing.
+    EXPECT_EQ(validated.validated(sourceDuration), validated);
+}
+
+TEST(CaptionDocument, WordsLieInsideTheirCueInOrder) {
+    using Case = CaptionValidationError::Case;
+    auto withWords = [](std::vector<CaptionWord> words) {
+        return [words = std::move(words)](CaptionDocument& document) { document.cues[1].words = words; };
+    };
+    // cues[1] spans 1500...4000 ms.
+    EXPECT_EQ(failureOf(withWords({{ms(1500), ms(2000), " \n"}})), Case::invalidWord);
+    EXPECT_EQ(failureOf(withWords({{ms(1499), ms(2000), "a"}})), Case::invalidWord);
+    EXPECT_EQ(failureOf(withWords({{ms(2000), ms(2000), "a"}})), Case::invalidWord);
+    EXPECT_EQ(failureOf(withWords({{ms(3000), ms(4001), "a"}})), Case::invalidWord);
+    EXPECT_EQ(failureOf(withWords({{ms(1500), ms(2500), "a"}, {ms(2499), ms(3000), "b"}})),
+              Case::invalidWord);
+    // A cue failure is reported before its words.
+    EXPECT_EQ(failureOf([](CaptionDocument& document) {
+                  document.cues[1].end = ms(60'001);
+                  document.cues[1].words = {{ms(0), ms(1), "a"}};
+              }),
+              Case::invalidCue);
+
+    CaptionDocument touching = sampleDocument();
+    touching.cues[1].words = {{ms(1500), ms(2500), "a"}, {ms(2500), ms(4000), "b"}};
+    EXPECT_NO_THROW((void)touching.validated(sourceDuration));
+}
+
+TEST(CaptionDocument, HighlightsMustBeFoundKeywords) {
+    using Case = CaptionValidationError::Case;
+    auto withHighlights = [](std::string text, std::vector<CaptionHighlight> highlights) {
+        return [text = std::move(text), highlights = std::move(highlights)](CaptionDocument& document) {
+            document.cues[0].text = text;
+            document.cues[0].highlights = highlights;
+        };
+    };
+    EXPECT_EQ(failureOf(withHighlights("剪辑很快", {{"剪辑", 2}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("剪辑很快", {{"剪辑", 0}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("剪辑很快", {{"剪切", 1}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("剪辑很快", {{"剪辑很快", 1}})), Case::invalidHighlight);
+    // The whole text is compared after trimming the cue.
+    EXPECT_EQ(failureOf(withHighlights("  剪辑很快\n", {{"剪辑很快", 1}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("真的？！好", {{"？！", 1}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("a b c", {{" b", 1}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("abcd", {{"ab", 1}, {"bc", 1}})), Case::invalidHighlight);
+    EXPECT_EQ(failureOf(withHighlights("abcd", {{"ab", 1}, {"ab", 1}})), Case::invalidHighlight);
+    // Occurrences count from the end of the previous match: "aa" occurs twice in "aaaa".
+    EXPECT_EQ(failureOf(withHighlights("aaaa x", {{"aa", 3}})), Case::invalidHighlight);
+
+    CaptionDocument nine = sampleDocument();
+    nine.cues[0].text = "w1 w2 w3 w4 w5 w6 w7 w8 w9";
+    for (int i = 1; i <= 9; ++i) {
+        nine.cues[0].highlights.assign(static_cast<std::size_t>(i), {});
+        for (int j = 0; j < i; ++j) {
+            nine.cues[0].highlights[static_cast<std::size_t>(j)] = {"w" + std::to_string(j + 1), 1};
+        }
+        if (i <= 8) {
+            EXPECT_NO_THROW((void)nine.validated(sourceDuration)) << i;
+        }
+    }
+    try {
+        (void)nine.validated(sourceDuration);
+        FAIL();
+    } catch (const CaptionValidationError& error) {
+        EXPECT_EQ(error.errorCase(), Case::invalidHighlight);
+        EXPECT_EQ(error.message(), "字幕高亮必须是正文中的非重叠关键词，且不能覆盖整句。");
+    }
+}
+
+TEST(CaptionDocument, HighlightsComeBackSortedByPosition) {
+    CaptionDocument document = sampleDocument();
+    document.cues[0].text = " 快速剪辑，快速导出，再剪辑 ";
+    document.cues[0].highlights = {{"剪辑", 2}, {"快速", 2}, {"快速", 1}, {"导出", 1}};
+    const auto validated = document.validated(sourceDuration);
+    EXPECT_EQ(validated.cues[0].highlights,
+              (std::vector<CaptionHighlight>{{"快速", 1}, {"快速", 2}, {"导出", 1}, {"剪辑", 2}}));
+    EXPECT_EQ(CaptionHighlight({"aa", 2}).matchedRange("aaaa x"), (CaptionHighlight::ByteRange{2, 2}));
+}
+
+TEST(CaptionDocument, StyleIsClampedAndRounded) {
+    auto normalized = [](CaptionStyle style) {
+        CaptionDocument document = sampleDocument();
+        document.style = style;
+        return document.validated(sourceDuration).style;
+    };
+    EXPECT_EQ(normalized({true, 2, CaptionAppearance::whiteOnBlack, 0.6, 0.08}).fontScale, 0.6);
+    EXPECT_EQ(normalized({true, 2, CaptionAppearance::whiteOnBlack, 0.5, 0.08}).fontScale, 0.6);
+    EXPECT_EQ(normalized({true, 2, CaptionAppearance::whiteOnBlack, 1.234, 0.08}).fontScale, 1.2);
+    EXPECT_EQ(normalized({true, 2, CaptionAppearance::whiteOnBlack, 0.876, 0.08}).fontScale, 0.88);
+    EXPECT_EQ(normalized({true, 5, CaptionAppearance::whiteOnBlack, 1, 0.08}).maximumLines, 2);
+    EXPECT_EQ(normalized({true, 0, CaptionAppearance::whiteOnBlack, 1, 0.08}).maximumLines, 1);
+    EXPECT_EQ(normalized({true, 1, CaptionAppearance::whiteOnBlack, 1, -0.3}).bottomPosition, 0.0);
+    EXPECT_EQ(normalized({true, 1, CaptionAppearance::whiteOnBlack, 1, 1.7}).bottomPosition, 1.0);
+    EXPECT_EQ(normalized({true, 1, CaptionAppearance::whiteOnBlack, 1, 0.123}).bottomPosition, 0.12);
+    const CaptionStyle kept{false, 1, CaptionAppearance::blackWithWhiteOutline, 1.1, 0.5};
+    EXPECT_EQ(normalized(kept), kept);
+}
+
+TEST(CaptionHighlight, FromSelectionFindsItsOccurrence) {
+    const std::string text = "剪辑 and 剪辑 again";
+    const std::size_t second = text.find("剪辑", 1);
+    const auto highlight = CaptionHighlight::fromRange(second, std::string("剪辑").size(), text);
+    ASSERT_TRUE(highlight.has_value());
+    EXPECT_EQ(*highlight, (CaptionHighlight{"剪辑", 2}));
+    EXPECT_EQ(highlight->matchedRange(text), (CaptionHighlight::ByteRange{second, 6}));
+    EXPECT_EQ(CaptionHighlight::fromRange(0, 6, text), (CaptionHighlight{"剪辑", 1}));
+
+    EXPECT_FALSE(CaptionHighlight::fromRange(3, 0, text));               // empty
+    EXPECT_FALSE(CaptionHighlight::fromRange(text.size() - 2, 3, text)); // past the end
+    EXPECT_FALSE(CaptionHighlight::fromRange(1, 3, text));               // inside a character
+    EXPECT_FALSE(CaptionHighlight::fromRange(0, 4, text));               // ends inside a character
+    // "aa" at offset 1 of "aaa" lies inside the first match, so no count reaches it.
+    EXPECT_FALSE(CaptionHighlight::fromRange(1, 2, "aaa"));
+}
+
+} // namespace
+} // namespace rilo

@@ -1,0 +1,333 @@
+#include "project/document/DeviceFrameCatalog.h"
+#include "shared/Files.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TestPaths.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using rilo::DeviceFrameCatalog;
+using rilo::DeviceFrameCatalogError;
+using rilo::DeviceFrameDescriptor;
+using rilo::DeviceFrameVariant;
+using rilo::PixelSize;
+using rilo::RectValue;
+using Case = DeviceFrameCatalogError::Case;
+namespace fs = std::filesystem;
+
+// The resource directory of this build, where the pictures are drawn.
+fs::path buildResourceDirectory() {
+    return rilo::testing::buildDirectory();
+}
+
+std::string sourceCatalogBytes() {
+    return rilo::readFileBytes(rilo::testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
+}
+
+DeviceFrameCatalog shippedCatalog() {
+    return DeviceFrameCatalog::decode(sourceCatalogBytes());
+}
+
+std::vector<std::string> namesOf(const std::vector<DeviceFrameDescriptor>& devices) {
+    std::vector<std::string> ids;
+    for (const auto& device : devices) {
+        ids.push_back(device.id);
+    }
+    return ids;
+}
+
+std::vector<std::string> compatibleIDs(const DeviceFrameCatalog& catalog, PixelSize size) {
+    return namesOf(catalog.compatibleDevices(size));
+}
+
+// A device whose screen fills a picture of that size, with one black variant.
+DeviceFrameDescriptor device(std::string id, std::int64_t priority, std::int64_t width, std::int64_t height) {
+    return {id,
+            id,
+            priority,
+            PixelSize::unnormalized(width, height),
+            RectValue{0, 0, 1, 1},
+            0.1,
+            {DeviceFrameVariant{id + "-black", "黑色", id + "-black.png", true}}};
+}
+
+Case caseOfLoading(const fs::path& directory) {
+    try {
+        DeviceFrameCatalog::load(directory);
+    } catch (const DeviceFrameCatalogError& error) {
+        return error.errorCase();
+    }
+    ADD_FAILURE() << "the catalog loaded";
+    return Case::invalidCatalog;
+}
+
+TEST(DeviceFrameCatalogTests, BuildResourcesHoldTheShippedCatalogWithEveryPicture) {
+    ASSERT_FALSE(buildResourceDirectory().empty()) << "RILO_BUILD_DIR is not set";
+    const auto catalog = DeviceFrameCatalog::load(buildResourceDirectory());
+    EXPECT_EQ(catalog, shippedCatalog());
+    EXPECT_EQ(catalog.devices.size(), 24u);
+
+    std::set<std::string> assetIDs;
+    for (const auto& device : catalog.devices) {
+        SCOPED_TRACE(device.id);
+        EXPECT_GT(device.outerPixelSize.height, device.outerPixelSize.width);
+        int defaults = 0;
+        for (const auto& variant : device.variants) {
+            EXPECT_TRUE(assetIDs.insert(variant.id).second) << "duplicate asset id " << variant.id;
+            defaults += variant.isDefault ? 1 : 0;
+            const auto picture = DeviceFrameCatalog::resourceURL(variant, buildResourceDirectory());
+            ASSERT_TRUE(picture.has_value());
+            EXPECT_EQ(*picture, buildResourceDirectory() / "DeviceFrames" / variant.file);
+        }
+        EXPECT_EQ(defaults, 1);
+        EXPECT_GE(device.variants.size(), 1u);
+        EXPECT_LE(device.variants.size(), 3u);
+    }
+}
+
+TEST(DeviceFrameCatalogTests, ShippedDevicesFitRecordingsOfTheirOwnScreenInBothOrientations) {
+    const auto catalog = shippedCatalog();
+    for (const auto& device : catalog.devices) {
+        SCOPED_TRACE(device.id);
+        const double ratio = device.screenAspectRatio();
+        ASSERT_LT(ratio, 1.0);
+        const std::int64_t longSide = 3000;
+        const auto shortSide = static_cast<std::int64_t>(std::lround(ratio * longSide));
+        const auto portrait = compatibleIDs(catalog, PixelSize::unnormalized(shortSide, longSide));
+        EXPECT_NE(std::find(portrait.begin(), portrait.end(), device.id), portrait.end());
+        EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(longSide, shortSide)), portrait);
+    }
+}
+
+TEST(DeviceFrameCatalogTests, CommonRecordingSizesGetTheDeviceOfThatScreen) {
+    const auto catalog = shippedCatalog();
+    struct Expectation {
+        std::int64_t width;
+        std::int64_t height;
+        std::string assetID;
+    };
+    // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
+    // still find the device.
+    for (const auto& [width, height, assetID] : std::vector<Expectation>{
+             {1179, 2556, "phone-6-1-black"},
+             {1290, 2796, "phone-6-7-black"},
+             {1080, 1920, "phone-5-5-16x9-black"},
+             {1920, 1080, "phone-5-5-16x9-black"},
+             {2388, 1668, "tablet-11-gray"},
+             {1812, 2176, "foldable-inner-black"},
+         }) {
+        SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
+        const auto found = catalog.defaultAssetID(PixelSize(width, height));
+        ASSERT_TRUE(found.has_value());
+        EXPECT_EQ(*found, assetID);
+        const auto asset = catalog.descriptor(*found);
+        ASSERT_TRUE(asset.has_value());
+        const double expected =
+            static_cast<double>(std::min(width, height)) / static_cast<double>(std::max(width, height));
+        EXPECT_NEAR(asset->descriptor.screenAspectRatio(), expected, 1e-9);
+    }
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1080, 1080)), std::nullopt);
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(3840, 1080)), std::nullopt);
+}
+
+TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
+    DeviceFrameCatalog catalog;
+    catalog.devices = {device("half", 1, 1000, 2000)};
+    // Candidates for a short side s over 10000 are (s - 1, s, s + 1) / 10000.
+    EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(4996, 10000)), std::vector<std::string>{"half"});
+    EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(5004, 10000)), std::vector<std::string>{"half"});
+    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(4993, 10000)).empty());
+    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(5007, 10000)).empty());
+    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(10000, 4993)).empty());
+    // Without its neighbours 1000 by 1999 would miss by 0.00025; a short side
+    // of 1 leaves out the candidate 0 / long.
+    EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(1999, 1000)), std::vector<std::string>{"half"});
+    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(1, 2)).size() == 1);
+    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(0, 0)).empty());
+}
+
+TEST(DeviceFrameCatalogTests, BetterFitsComeFirstAndEqualFitsFollowPriorityThenID) {
+    DeviceFrameCatalog catalog;
+    catalog.devices = {
+        device("near", 1, 1003, 2000),   // 0.0015 away from 1:2
+        device("exact-b", 5, 500, 1000), // exact, priority 5
+        device("closer", 9, 1001, 2000), // 0.0005 away
+        device("exact-a", 5, 1000, 2000), device("exact-first", 2, 2000, 4000),
+        device("square", 0, 1000, 1000),
+    };
+    // The same ratio through a screen rectangle: 1231 * (1000 / 1231) is
+    // 999.9999999999999, a fit that differs from exact in its last bits only.
+    catalog.devices.push_back(device("exact-scaled", 3, 1231, 2000));
+    catalog.devices.back().screenRect = RectValue{0, 0, 1000.0 / 1231.0, 1};
+    ASSERT_NE(catalog.devices.back().screenAspectRatio(), 0.5);
+    EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(2000, 4000)),
+              (std::vector<std::string>{"exact-first", "exact-scaled", "exact-a", "exact-b", "closer"}));
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(4000, 2000)), "exact-first-black");
+}
+
+TEST(DeviceFrameCatalogTests, AssetIDsResolveToTheirDeviceAndVariant) {
+    const auto catalog = shippedCatalog();
+    const auto blue = catalog.descriptor("phone-6-1-blue");
+    ASSERT_TRUE(blue.has_value());
+    EXPECT_EQ(blue->descriptor.id, "phone-6-1");
+    EXPECT_EQ(blue->variant.id, "phone-6-1-blue");
+    EXPECT_FALSE(blue->variant.isDefault);
+    EXPECT_EQ(blue->descriptor.defaultVariant()->id, "phone-6-1-black");
+
+    EXPECT_FALSE(catalog.descriptor("phone-6-1").has_value()) << "a device id is not an asset id";
+    EXPECT_FALSE(catalog.descriptor("").has_value());
+    EXPECT_FALSE(catalog.descriptor("PHONE-6-1-BLUE").has_value());
+}
+
+TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
+    const auto valid = shippedCatalog();
+    ASSERT_NO_THROW(valid.validate());
+
+    const std::vector<std::pair<std::string, std::function<void(DeviceFrameCatalog&)>>> faults{
+        {"schema 2", [](auto& c) { c.schemaVersion = 2; }},
+        {"23 devices", [](auto& c) { c.devices.pop_back(); }},
+        {"25 devices", [](auto& c) { c.devices.push_back(c.devices.front()); }},
+        {"no default variant", [](auto& c) { c.devices[3].variants[0].isDefault = false; }},
+        {"no variants", [](auto& c) { c.devices[3].variants.clear(); }},
+        {"zero width", [](auto& c) { c.devices[5].outerPixelSize.width = 0; }},
+        {"negative height", [](auto& c) { c.devices[5].outerPixelSize.height = -10; }},
+        {"negative x", [](auto& c) { c.devices[7].screenRect.x = -0.01; }},
+        {"negative y", [](auto& c) { c.devices[7].screenRect.y = -0.01; }},
+        {"zero width", [](auto& c) { c.devices[7].screenRect.width = 0; }},
+        {"zero height", [](auto& c) { c.devices[7].screenRect.height = 0; }},
+        {"past the right", [](auto& c) { c.devices[7].screenRect.width = 1.01 - c.devices[7].screenRect.x; }},
+        {"past the bottom", [](auto& c) { c.devices[7].screenRect.y = 0.5; }},
+        {"NaN rectangle", [](auto& c) { c.devices[7].screenRect.x = std::nan(""); }},
+        {"negative radius", [](auto& c) { c.devices[9].screenCornerRadius = -0.01; }},
+        {"infinite radius", [](auto& c) { c.devices[9].screenCornerRadius = INFINITY; }},
+    };
+    for (const auto& [name, fault] : faults) {
+        SCOPED_TRACE(name);
+        auto catalog = valid;
+        fault(catalog);
+        try {
+            catalog.validate();
+            ADD_FAILURE() << "validated";
+        } catch (const DeviceFrameCatalogError& error) {
+            EXPECT_EQ(error.errorCase(), Case::invalidCatalog);
+            EXPECT_EQ(error.message(), "设备边框目录无效。");
+        }
+    }
+
+    // The edges themselves are allowed: a screen filling the picture, square corners.
+    auto edges = valid;
+    edges.devices[0].screenRect = RectValue{0, 0, 1, 1};
+    edges.devices[0].screenCornerRadius = 0;
+    EXPECT_NO_THROW(edges.validate());
+}
+
+class DeviceFrameCatalogLoadingTests : public ::testing::Test {
+protected:
+    rilo::testing::TemporaryDirectory resources;
+
+    void writeCatalog(const fs::path& relativePath, const std::string& bytes) {
+        fs::create_directories((resources.path() / relativePath).parent_path());
+        rilo::writeFileAtomically(resources.path() / relativePath, bytes);
+    }
+
+    // Empty stand-ins: loading only needs each picture to exist.
+    void writePictures(const DeviceFrameCatalog& catalog, const fs::path& subdirectory) {
+        const auto directory = subdirectory.empty() ? resources.path() : resources.path() / subdirectory;
+        fs::create_directories(directory);
+        for (const auto& device : catalog.devices) {
+            for (const auto& variant : device.variants) {
+                std::ofstream(directory / variant.file).put('\0');
+            }
+        }
+    }
+};
+
+TEST_F(DeviceFrameCatalogLoadingTests, AMissingCatalogIsReportedAsSuch) {
+    try {
+        DeviceFrameCatalog::load(resources.path());
+        FAIL() << "loaded";
+    } catch (const DeviceFrameCatalogError& error) {
+        EXPECT_EQ(error.errorCase(), Case::missingCatalog);
+        EXPECT_EQ(error.message(), "设备边框目录不存在。");
+    }
+    // A directory of that name is not a catalog.
+    fs::create_directories(resources.path() / "DeviceFrames/catalog.json");
+    EXPECT_EQ(caseOfLoading(resources.path()), Case::missingCatalog);
+    EXPECT_EQ(caseOfLoading(resources.path() / "absent"), Case::missingCatalog);
+}
+
+TEST_F(DeviceFrameCatalogLoadingTests, UndecodableCatalogsAreInvalid) {
+    for (const std::string bytes :
+         {"not json", "", "[]", R"({"schemaVersion": 1})", R"({"schemaVersion": "1", "devices": []})"}) {
+        SCOPED_TRACE(bytes);
+        writeCatalog("DeviceFrames/catalog.json", bytes);
+        EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
+    }
+
+    // A device without its corner radius.
+    auto document = rilo::json::parse(sourceCatalogBytes());
+    document["devices"][4].erase("screenCornerRadius");
+    writeCatalog("DeviceFrames/catalog.json", document.dump());
+    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
+}
+
+TEST_F(DeviceFrameCatalogLoadingTests, ACatalogThatFailsValidationIsNotLoaded) {
+    auto catalog = shippedCatalog();
+    catalog.devices.pop_back();
+    writePictures(catalog, "DeviceFrames");
+    writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
+    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
+
+    catalog = shippedCatalog();
+    catalog.devices[2].screenRect.height = 1.5;
+    writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
+    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
+}
+
+TEST_F(DeviceFrameCatalogLoadingTests, AMissingPictureNamesItsFile) {
+    const auto catalog = shippedCatalog();
+    writeCatalog("DeviceFrames/catalog.json", sourceCatalogBytes());
+    writePictures(catalog, "DeviceFrames");
+    EXPECT_EQ(DeviceFrameCatalog::load(resources.path()), catalog);
+
+    const auto& variant = catalog.devices[10].variants.back();
+    fs::remove(resources.path() / "DeviceFrames" / variant.file);
+    try {
+        DeviceFrameCatalog::load(resources.path());
+        FAIL() << "loaded";
+    } catch (const DeviceFrameCatalogError& error) {
+        EXPECT_EQ(error.errorCase(), Case::missingAsset);
+        EXPECT_EQ(error.assetName(), variant.file);
+        EXPECT_EQ(error.message(), "设备边框资源不存在：" + variant.file);
+    }
+    EXPECT_FALSE(DeviceFrameCatalog::resourceURL(variant, resources.path()).has_value());
+    // Without a resource directory the pictures are not looked for.
+    EXPECT_NO_THROW(catalog.validate());
+    EXPECT_THROW(catalog.validate(resources.path()), DeviceFrameCatalogError);
+}
+
+TEST_F(DeviceFrameCatalogLoadingTests, ResourcesAtTheTopOfTheDirectoryAreFoundTooButDeviceFramesComesFirst) {
+    const auto catalog = shippedCatalog();
+    writeCatalog("catalog.json", sourceCatalogBytes());
+    writePictures(catalog, "");
+    EXPECT_EQ(DeviceFrameCatalog::load(resources.path()), catalog);
+    const auto& variant = catalog.devices[0].variants[0];
+    EXPECT_EQ(DeviceFrameCatalog::resourceURL(variant, resources.path()), resources.path() / variant.file);
+
+    // The subdirectory wins over the top, for the catalog and for pictures.
+    writeCatalog("DeviceFrames/catalog.json", "broken");
+    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
+    writePictures(catalog, "DeviceFrames");
+    EXPECT_EQ(DeviceFrameCatalog::resourceURL(variant, resources.path()),
+              resources.path() / "DeviceFrames" / variant.file);
+}
+
+} // namespace

@@ -1,0 +1,232 @@
+#include "project/engine/TimelineEffectEngine.h"
+
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+using Case = TimelineEffectError::Case;
+
+constexpr ProjectTime tenSeconds = ProjectTime::fromSeconds(10);
+constexpr std::int64_t oneSecond = 1'000'000'000;
+
+std::optional<TimelineEffectError> effectError(const EditTimeline& timeline,
+                                               ProjectTime sourceDuration = tenSeconds) {
+    try {
+        TimelineEffectEngine::validate(timeline, sourceDuration);
+    } catch (const TimelineEffectError& error) {
+        return error;
+    }
+    return std::nullopt;
+}
+
+void expectFailure(const EditTimeline& timeline, Case expected) {
+    const auto error = effectError(timeline);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->errorCase(), expected);
+}
+
+ZoomSegment zoom(std::int64_t start, std::int64_t end, double scale = 2, PointValue focus = {0.3, 0.6}) {
+    const std::int64_t ramp = (end - start) / 4;
+    return {Uuid::random(),
+            ProjectTime{start},
+            ProjectTime{start + ramp},
+            ProjectTime{end - ramp},
+            ProjectTime{end},
+            TimelineEffectEngine::constrainedFocus(focus, scale),
+            scale};
+}
+
+EditTimeline timelineWithZooms(std::vector<ZoomSegment> zooms) {
+    EditTimeline timeline;
+    timeline.zooms = std::move(zooms);
+    return timeline;
+}
+
+WebcamFullscreenSegment fullscreen(std::int64_t start, std::int64_t end) {
+    return {Uuid::random(), ProjectTime{start}, ProjectTime{end}};
+}
+
+EditTimeline timelineWithFullscreen(std::vector<WebcamFullscreenSegment> segments) {
+    EditTimeline timeline;
+    timeline.webcamOverlay = WebcamOverlay::defaultValue();
+    timeline.webcamFullscreenSegments = std::move(segments);
+    return timeline;
+}
+
+WebcamOverlayKeyframe keyframe(std::int64_t time, PointValue center = {0.5, 0.5}, double diameter = 0.2) {
+    return {Uuid::random(), ProjectTime{time}, center, diameter};
+}
+
+EditTimeline timelineWithKeyframes(std::vector<WebcamOverlayKeyframe> keyframes) {
+    EditTimeline timeline;
+    timeline.webcamOverlay = WebcamOverlay::defaultValue();
+    timeline.webcamKeyframes = std::move(keyframes);
+    return timeline;
+}
+
+TEST(TimelineEffectErrorMessages, EachCaseHasItsText) {
+    const std::pair<TimelineEffectError, std::string> examples[] = {
+        {TimelineEffectError::zoomNotFound(), "找不到选中的自动镜头。"},
+        {TimelineEffectError::zoomRangeInvalid(), "自动镜头区间至少需要一帧，且必须位于原始媒体内。"},
+        {TimelineEffectError::zoomOverlap(), "自动镜头区间不能与相邻镜头重叠。"},
+        {TimelineEffectError::webcamFullscreenNotFound(), "找不到选中的摄像头全屏区间。"},
+        {TimelineEffectError::webcamFullscreenRangeInvalid(),
+         "摄像头全屏区间至少需要两帧，且必须位于原始媒体内。"},
+        {TimelineEffectError::webcamFullscreenOverlap(), "摄像头全屏区间不能与相邻区间重叠。"},
+        {TimelineEffectError::keyframeOutsideSource(), "摄像头关键帧超出原始媒体范围。"},
+        {TimelineEffectError::keyframeInvalid(), "摄像头关键帧必须唯一，且位置和大小需要位于合法范围。"},
+        {TimelineEffectError::zoomIndexInvalid(), "自动镜头编号无效。"},
+    };
+    for (const auto& [error, message] : examples) {
+        EXPECT_EQ(error.message(), message);
+    }
+}
+
+TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
+    using TimelineEffectEngine::constrainedFocus;
+    EXPECT_EQ(constrainedFocus({0.1, 0.9}, 2), (PointValue{0.25, 0.75}));
+    EXPECT_EQ(constrainedFocus({0.3, 0.6}, 2), (PointValue{0.3, 0.6}));
+    EXPECT_EQ(constrainedFocus({-4, 7}, 3), (PointValue{0.5 / 3, 1 - 0.5 / 3}));
+    // Without magnification there is only one window: the whole frame.
+    for (double scale : {1.0, 0.5, static_cast<double>(NAN)}) {
+        EXPECT_EQ(constrainedFocus({0.1, 0.9}, scale), (PointValue{0.5, 0.5})) << scale;
+    }
+}
+
+TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlap) {
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(
+        timelineWithZooms({zoom(2 * oneSecond, 3 * oneSecond), zoom(oneSecond, 2 * oneSecond)}), tenSeconds));
+    expectFailure(timelineWithZooms({zoom(oneSecond, 2 * oneSecond), zoom(2 * oneSecond - 1, 3 * oneSecond)}),
+                  Case::zoomOverlap);
+}
+
+// All writers go through constrainedFocus; anything else is refused.
+TEST(TimelineEffectZooms, TheFocusMustBeExactlyItsConstrainedValue) {
+    ZoomSegment atEdge = zoom(0, oneSecond, 2, {0, 0});
+    ASSERT_EQ(atEdge.focusPoint, (PointValue{0.25, 0.25}));
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
+
+    atEdge.focusPoint.x = std::nextafter(atEdge.focusPoint.x, 1.0);
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
+    atEdge.focusPoint.x = std::nextafter(0.25, 0.0);
+    expectFailure(timelineWithZooms({atEdge}), Case::zoomRangeInvalid);
+
+    ZoomSegment unzoomed = zoom(0, oneSecond, 1, {0.5, 0.5});
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({unzoomed}), tenSeconds));
+    unzoomed.focusPoint.y = std::nextafter(0.5, 1.0);
+    expectFailure(timelineWithZooms({unzoomed}), Case::zoomRangeInvalid);
+}
+
+TEST(TimelineEffectZooms, EachZoomLiesInsideTheSourceInItsOwnOrder) {
+    const std::int64_t frame = TimelineFrameGrid::minimumDuration.nanoseconds;
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(
+        timelineWithZooms({zoom(0, frame, 1, {0.5, 0.5}), zoom(9 * oneSecond, 10 * oneSecond, 3)}),
+        tenSeconds));
+
+    const struct {
+        std::string name;
+        std::function<void(ZoomSegment&)> spoil;
+    } examples[] = {
+        {"negative start", [](ZoomSegment& z) { z.startTime = ProjectTime{-1}; }},
+        {"end after source", [](ZoomSegment& z) { z.endTime = ProjectTime{tenSeconds.nanoseconds + 1}; }},
+        {"shorter than a frame", [&](ZoomSegment& z) { z = zoom(0, frame - 1); }},
+        {"focus before start",
+         [](ZoomSegment& z) { z.focusTime = ProjectTime{z.startTime.nanoseconds - 1}; }},
+        {"hold after end", [](ZoomSegment& z) { z.holdEndTime = ProjectTime{z.endTime.nanoseconds + 1}; }},
+        {"scale above 3", [](ZoomSegment& z) { z = zoom(oneSecond, 2 * oneSecond, 3.0001); }},
+        {"scale below 1", [](ZoomSegment& z) { z.scale = 0.99; }},
+    };
+    for (const auto& example : examples) {
+        SCOPED_TRACE(example.name);
+        ZoomSegment spoiled = zoom(oneSecond, 2 * oneSecond);
+        example.spoil(spoiled);
+        expectFailure(timelineWithZooms({spoiled}), Case::zoomRangeInvalid);
+    }
+
+    ZoomSegment duplicate = zoom(5 * oneSecond, 6 * oneSecond);
+    const ZoomSegment original = zoom(oneSecond, 2 * oneSecond);
+    duplicate.id = original.id;
+    expectFailure(timelineWithZooms({original, duplicate}), Case::zoomRangeInvalid);
+}
+
+TEST(TimelineEffectFullscreen, TwoFramesAtLeastAndNeverOverlapping) {
+    const std::int64_t oneFrame = TimelineFrameGrid::minimumDuration.nanoseconds;
+    const std::int64_t twoFrames = TimelineEffectEngine::minimumWebcamFullscreenDuration.nanoseconds;
+    EXPECT_EQ(twoFrames, 33'333'333);
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(
+        timelineWithFullscreen({fullscreen(0, twoFrames), fullscreen(twoFrames, tenSeconds.nanoseconds)}),
+        tenSeconds));
+    expectFailure(timelineWithFullscreen({fullscreen(0, oneFrame)}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWithFullscreen({fullscreen(0, twoFrames - 1)}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWithFullscreen({fullscreen(-1, oneSecond)}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWithFullscreen({fullscreen(9 * oneSecond, tenSeconds.nanoseconds + 1)}),
+                  Case::webcamFullscreenRangeInvalid);
+    expectFailure(
+        timelineWithFullscreen({fullscreen(2 * oneSecond, 3 * oneSecond), fullscreen(0, 2 * oneSecond + 1)}),
+        Case::webcamFullscreenOverlap);
+
+    WebcamFullscreenSegment duplicate = fullscreen(5 * oneSecond, 6 * oneSecond);
+    const WebcamFullscreenSegment original = fullscreen(0, oneSecond);
+    duplicate.id = original.id;
+    expectFailure(timelineWithFullscreen({original, duplicate}), Case::webcamFullscreenRangeInvalid);
+}
+
+TEST(TimelineEffectFullscreen, NeedsAWebcam) {
+    EditTimeline timeline = timelineWithFullscreen({fullscreen(0, oneSecond)});
+    timeline.webcamOverlay.reset();
+    expectFailure(timeline, Case::webcamFullscreenRangeInvalid);
+}
+
+TEST(TimelineEffectKeyframes, TimesLieInsideTheSourceWithItsEndOutside) {
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(
+        timelineWithKeyframes({keyframe(0), keyframe(tenSeconds.nanoseconds - 1)}), tenSeconds));
+    expectFailure(timelineWithKeyframes({keyframe(tenSeconds.nanoseconds)}), Case::keyframeOutsideSource);
+    expectFailure(timelineWithKeyframes({keyframe(-1)}), Case::keyframeOutsideSource);
+}
+
+TEST(TimelineEffectKeyframes, UniqueWithSizeAndPositionInRange) {
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(
+        timelineWithKeyframes({keyframe(0, {0, 1}, 0.1), keyframe(oneSecond, {1, 0}, 0.4)}), tenSeconds));
+
+    const WebcamOverlayKeyframe first = keyframe(0);
+    WebcamOverlayKeyframe sameID = keyframe(oneSecond);
+    sameID.id = first.id;
+    const std::vector<std::vector<WebcamOverlayKeyframe>> examples = {
+        {first, keyframe(0)},
+        {first, sameID},
+        {keyframe(0, {0.5, 0.5}, 0.09)},
+        {keyframe(0, {0.5, 0.5}, 0.41)},
+        {keyframe(0, {0.5, 0.5}, NAN)},
+        {keyframe(0, {1.01, 0.5})},
+        {keyframe(0, {0.5, -0.01})},
+        {keyframe(0, {NAN, 0.5})},
+    };
+    for (std::size_t index = 0; index < examples.size(); ++index) {
+        SCOPED_TRACE(index);
+        expectFailure(timelineWithKeyframes(examples[index]), Case::keyframeInvalid);
+    }
+}
+
+TEST(TimelineEffectOrder, ZoomsThenFullscreenThenKeyframesInListOrder) {
+    EditTimeline timeline = timelineWithZooms({zoom(0, 5)});
+    timeline.webcamFullscreenSegments = {fullscreen(0, 5)};
+    timeline.webcamKeyframes = {keyframe(-1)};
+    expectFailure(timeline, Case::zoomRangeInvalid);
+
+    timeline.zooms.clear();
+    expectFailure(timeline, Case::webcamFullscreenRangeInvalid);
+
+    timeline.webcamFullscreenSegments.clear();
+    timeline.webcamKeyframes = {keyframe(0, {0.5, 0.5}, 0.9), keyframe(-1)};
+    expectFailure(timeline, Case::keyframeInvalid);
+}
+
+} // namespace
+} // namespace rilo

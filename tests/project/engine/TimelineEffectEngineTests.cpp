@@ -1,0 +1,582 @@
+#include "project/engine/TimelineEffectEngine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+namespace Effects = TimelineEffectEngine;
+using Case = TimelineEffectError::Case;
+
+constexpr ProjectTime tenSeconds = ProjectTime::fromSeconds(10);
+constexpr ProjectTime frameLength = TimelineFrameGrid::minimumDuration;
+constexpr std::int64_t riseNanoseconds = 650'000'000;
+constexpr std::int64_t fallNanoseconds = 500'000'000;
+
+ProjectTime ms(std::int64_t milliseconds) {
+    return ProjectTime::fromMilliseconds(milliseconds);
+}
+
+ProjectTimeRange between(ProjectTime start, ProjectTime end) {
+    return ProjectTimeRange::fromStartEnd(start, end);
+}
+
+std::optional<Case> failureOf(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const TimelineEffectError& error) {
+        return error.errorCase();
+    }
+    return std::nullopt;
+}
+
+// The operation fails with `expected` and leaves the timeline it was given
+// as it was.
+void expectFailure(const EditTimeline& timeline, Case expected,
+                   const std::function<EditTimeline(const EditTimeline&)>& operation) {
+    const EditTimeline before = timeline;
+    EXPECT_EQ(failureOf([&] { operation(timeline); }), std::optional<Case>(expected));
+    EXPECT_EQ(timeline, before);
+}
+
+EditTimeline withZoomsAt(const std::vector<std::pair<std::int64_t, std::int64_t>>& rangesInMilliseconds) {
+    EditTimeline timeline;
+    for (const auto& [start, end] : rangesInMilliseconds) {
+        timeline = Effects::addZoom(timeline, between(ms(start), ms(end)), {0.3, 0.6}, 2, tenSeconds,
+                                    riseNanoseconds, fallNanoseconds);
+    }
+    return timeline;
+}
+
+std::int64_t riseOf(const ZoomSegment& zoom) {
+    return (zoom.focusTime - zoom.startTime).nanoseconds;
+}
+
+std::int64_t fallOf(const ZoomSegment& zoom) {
+    return (zoom.endTime - zoom.holdEndTime).nanoseconds;
+}
+
+void expectNear(PointValue actual, PointValue expected) {
+    EXPECT_DOUBLE_EQ(actual.x, expected.x);
+    EXPECT_DOUBLE_EQ(actual.y, expected.y);
+}
+
+const ZoomSegment& zoomWithID(const EditTimeline& timeline, const Uuid& id) {
+    const auto found = std::find_if(timeline.zooms.begin(), timeline.zooms.end(),
+                                    [&](const ZoomSegment& zoom) { return zoom.id == id; });
+    EXPECT_NE(found, timeline.zooms.end());
+    return *found;
+}
+
+// ---- Building and adding zooms ----
+
+TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
+    // 1,004 ms snaps back to frame 60, 3,010 ms on to frame 181.
+    const ZoomSegment zoom = Effects::normalizedZoom(between(ms(1004), ms(3010)), {0.1, 0.9}, 2, tenSeconds,
+                                                     riseNanoseconds, fallNanoseconds);
+    EXPECT_EQ(zoom.startTime, TimelineFrameGrid::boundaryForFrame(60));
+    EXPECT_EQ(zoom.endTime, TimelineFrameGrid::boundaryForFrame(181));
+    EXPECT_EQ(riseOf(zoom), riseNanoseconds);
+    EXPECT_EQ(fallOf(zoom), fallNanoseconds);
+    EXPECT_EQ(zoom.focusPoint, (PointValue{0.25, 0.75}));
+
+    // In one second the rise is taken whole and the fall gets what is left.
+    const ZoomSegment secondLong = Effects::normalizedZoom(between(ms(1000), ms(2000)), {0.5, 0.5}, 2,
+                                                           tenSeconds, riseNanoseconds, fallNanoseconds);
+    EXPECT_EQ(riseOf(secondLong), riseNanoseconds);
+    EXPECT_EQ(fallOf(secondLong), 350'000'000);
+    EXPECT_EQ(secondLong.focusTime, secondLong.holdEndTime);
+
+    const ZoomSegment allRise =
+        Effects::normalizedZoom(between(ms(0), ms(500)), {0.5, 0.5}, 2, tenSeconds, 2'000'000'000, -5);
+    EXPECT_EQ(allRise.focusTime, allRise.endTime);
+    EXPECT_EQ(allRise.holdEndTime, allRise.endTime);
+
+    const ZoomSegment noRamps =
+        Effects::normalizedZoom(between(ms(0), ms(500)), {0.5, 0.5}, 2, tenSeconds, -1, 0);
+    EXPECT_EQ(noRamps.focusTime, noRamps.startTime);
+    EXPECT_EQ(noRamps.holdEndTime, noRamps.endTime);
+
+    EXPECT_NE(zoom.id, secondLong.id);
+}
+
+TEST(TimelineEffectZoomBuilding, ClampsTheScaleAndConstrainsTheFocusForIt) {
+    const ZoomSegment tooDeep = Effects::normalizedZoom(between(ms(0), ms(1000)), {0, 1}, 7, tenSeconds,
+                                                        riseNanoseconds, fallNanoseconds);
+    EXPECT_EQ(tooDeep.scale, 3);
+    EXPECT_EQ(tooDeep.focusPoint, Effects::constrainedFocus({0, 1}, 3));
+
+    const ZoomSegment flat = Effects::normalizedZoom(between(ms(0), ms(1000)), {0.1, 0.2}, 0.2, tenSeconds,
+                                                     riseNanoseconds, fallNanoseconds);
+    EXPECT_EQ(flat.scale, 1);
+    EXPECT_EQ(flat.focusPoint, (PointValue{0.5, 0.5}));
+}
+
+TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFrame) {
+    const auto build = [](ProjectTimeRange range, double scale = 2) {
+        return failureOf([&] {
+            Effects::normalizedZoom(range, {0.5, 0.5}, scale, tenSeconds, riseNanoseconds, fallNanoseconds);
+        });
+    };
+    // Snapping decides: -8 ms rounds to 0, -9 ms to frame -1.
+    EXPECT_EQ(build(between(ms(-8), ms(1000))), std::nullopt);
+    EXPECT_EQ(build(between(ms(-9), ms(1000))), Case::zoomRangeInvalid);
+    EXPECT_EQ(build(between(ms(9000), ms(10'008))), std::nullopt);
+    EXPECT_EQ(build(between(ms(9000), ms(10'009))), Case::zoomRangeInvalid);
+    // Exactly one frame passes; a range that snaps to nothing does not.
+    EXPECT_EQ(build(between(ProjectTime{0}, frameLength)), std::nullopt);
+    EXPECT_EQ(build(between(ms(100), ms(105))), Case::zoomRangeInvalid);
+    EXPECT_EQ(build(between(ms(2000), ms(1000))), Case::zoomRangeInvalid);
+    // Far-off or overflowing ranges are refused, not a fault.
+    EXPECT_EQ(build({ProjectTime{INT64_MAX - 5}, ProjectTime{100}}), Case::zoomRangeInvalid);
+    EXPECT_EQ(build({ProjectTime{INT64_MIN}, ProjectTime{INT64_MAX}}), Case::zoomRangeInvalid);
+    EXPECT_EQ(build(between(ms(0), ms(1000)), NAN), Case::zoomRangeInvalid);
+}
+
+TEST(TimelineEffectZoomAdding, KeepsZoomsInStartOrderAndRefusesCollisions) {
+    const EditTimeline timeline = withZoomsAt({{5000, 6000}, {1000, 2000}, {2000, 3000}});
+    ASSERT_EQ(timeline.zooms.size(), 3u);
+    EXPECT_EQ(timeline.zooms[0].startTime, ms(1000));
+    EXPECT_EQ(timeline.zooms[1].startTime, ms(2000)); // touching is allowed
+    EXPECT_EQ(timeline.zooms[2].startTime, ms(5000));
+
+    expectFailure(timeline, Case::zoomOverlap, [](const EditTimeline& t) {
+        return Effects::addZoom(t, between(ms(5500), ms(7000)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
+                                fallNanoseconds);
+    });
+    expectFailure(timeline, Case::zoomRangeInvalid, [](const EditTimeline& t) {
+        return Effects::addZoom(t, between(ms(9500), ms(10'500)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
+                                fallNanoseconds);
+    });
+}
+
+// ---- Removing and replacing ----
+
+TEST(TimelineEffectZoomRemoval, CountsIndicesInStartOrder) {
+    EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 4000}, {6000, 7000}});
+    std::reverse(timeline.zooms.begin(), timeline.zooms.end());
+
+    const EditTimeline removed = Effects::removeZoom(timeline, std::int64_t{0}, tenSeconds);
+    ASSERT_EQ(removed.zooms.size(), 2u);
+    EXPECT_EQ(removed.zooms[0].startTime, ms(3000));
+    EXPECT_EQ(removed.zooms[1].startTime, ms(6000));
+
+    for (const std::int64_t index : {std::int64_t{-1}, std::int64_t{3}, INT64_MAX}) {
+        expectFailure(timeline, Case::zoomIndexInvalid,
+                      [index](const EditTimeline& t) { return Effects::removeZoom(t, index, tenSeconds); });
+    }
+    expectFailure(EditTimeline{}, Case::zoomIndexInvalid,
+                  [](const EditTimeline& t) { return Effects::removeZoom(t, std::int64_t{0}, tenSeconds); });
+}
+
+TEST(TimelineEffectZoomRemoval, RemovesByIdOrAll) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 4000}});
+    const Uuid second = timeline.zooms[1].id;
+
+    const EditTimeline removed = Effects::removeZoom(timeline, second, tenSeconds);
+    ASSERT_EQ(removed.zooms.size(), 1u);
+    EXPECT_EQ(removed.zooms[0], timeline.zooms[0]);
+
+    expectFailure(removed, Case::zoomNotFound,
+                  [&](const EditTimeline& t) { return Effects::removeZoom(t, second, tenSeconds); });
+    EXPECT_TRUE(Effects::removeAllZooms(timeline, tenSeconds).zooms.empty());
+}
+
+TEST(TimelineEffectZoomRemoval, ReplacingSortsAndValidates) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
+    std::vector<ZoomSegment> replacement = withZoomsAt({{3000, 4000}, {500, 1500}}).zooms;
+    std::reverse(replacement.begin(), replacement.end());
+
+    const EditTimeline replaced = Effects::replaceZooms(timeline, replacement, tenSeconds);
+    ASSERT_EQ(replaced.zooms.size(), 2u);
+    EXPECT_EQ(replaced.zooms[0].startTime, ms(500));
+    EXPECT_EQ(replaced.zooms[1].startTime, ms(3000));
+
+    std::vector<ZoomSegment> colliding = replacement;
+    colliding.push_back(colliding.front());
+    colliding.back().id = Uuid::random();
+    expectFailure(timeline, Case::zoomOverlap,
+                  [&](const EditTimeline& t) { return Effects::replaceZooms(t, colliding, tenSeconds); });
+}
+
+TEST(TimelineEffectZoomComparison, IgnoresIdsAndOrderButNotShape) {
+    const std::vector<ZoomSegment> zooms = withZoomsAt({{1000, 2000}, {3000, 4000}}).zooms;
+    std::vector<ZoomSegment> same = withZoomsAt({{3000, 4000}, {1000, 2000}}).zooms;
+    std::reverse(same.begin(), same.end());
+    ASSERT_NE(same[0].id, zooms[0].id);
+    EXPECT_TRUE(Effects::hasSameZoomConfiguration(zooms, same));
+
+    const std::vector<std::function<void(ZoomSegment&)>> changes = {
+        [](ZoomSegment& z) { z.scale = 2.5; },
+        [](ZoomSegment& z) { z.focusPoint.x = 0.31; },
+        [](ZoomSegment& z) { z.focusTime = z.focusTime + ProjectTime{1}; },
+        [](ZoomSegment& z) { z.holdEndTime = z.holdEndTime - ProjectTime{1}; },
+        [](ZoomSegment& z) { z.endTime = z.endTime + ProjectTime{1}; },
+    };
+    for (const auto& change : changes) {
+        std::vector<ZoomSegment> different = zooms;
+        change(different[1]);
+        EXPECT_FALSE(Effects::hasSameZoomConfiguration(zooms, different));
+    }
+    EXPECT_FALSE(Effects::hasSameZoomConfiguration(zooms, {zooms[0]}));
+    EXPECT_TRUE(Effects::hasSameZoomConfiguration({}, {}));
+}
+
+// ---- Dragging zoom boundaries ----
+
+TEST(TimelineEffectZoomDragging, AStartDraggedOverThePreviousZoomStopsAtItsEnd) {
+    EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 5000}});
+    // A previous end off the grid: the start stops at the next boundary.
+    timeline.zooms[0].endTime = ProjectTime{2'000'000'005};
+    const Uuid id = timeline.zooms[1].id;
+
+    const EditTimeline dragged = Effects::updateZoomStart(timeline, id, ms(1500), tenSeconds);
+    const ZoomSegment& zoom = zoomWithID(dragged, id);
+    EXPECT_EQ(zoom.startTime, TimelineFrameGrid::ceilingBoundary(ProjectTime{2'000'000'005}));
+    EXPECT_GE(zoom.startTime, dragged.zooms[0].endTime);
+    EXPECT_EQ(zoom.endTime, ms(5000));
+    // The ramps fit, so they keep their lengths.
+    EXPECT_EQ(riseOf(zoom), riseNanoseconds);
+    EXPECT_EQ(fallOf(zoom), fallNanoseconds);
+
+    const EditTimeline first = Effects::updateZoomStart(timeline, timeline.zooms[0].id, ms(-400), tenSeconds);
+    EXPECT_EQ(first.zooms[0].startTime, ProjectTime::zero());
+}
+
+TEST(TimelineEffectZoomDragging, ShorteningShrinksRiseAndFallInProportion) {
+    EditTimeline timeline;
+    timeline = Effects::addZoom(timeline, between(ms(0), ms(2000)), {0.5, 0.5}, 2, tenSeconds, 600'000'000,
+                                400'000'000);
+    const Uuid id = timeline.zooms[0].id;
+
+    const ZoomSegment& half = Effects::updateZoomEnd(timeline, id, ms(500), tenSeconds).zooms[0];
+    EXPECT_EQ(half.endTime, ms(500));
+    EXPECT_EQ(riseOf(half), 300'000'000);
+    EXPECT_EQ(fallOf(half), 200'000'000);
+
+    const EditTimeline longer = Effects::updateZoomEnd(timeline, id, ms(4000), tenSeconds);
+    EXPECT_EQ(riseOf(longer.zooms[0]), 600'000'000);
+    EXPECT_EQ(fallOf(longer.zooms[0]), 400'000'000);
+}
+
+TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
+    const EditTimeline timeline = withZoomsAt({{3000, 5000}});
+    const Uuid id = timeline.zooms[0].id;
+
+    // Dragging the start past the end stops one frame (floored) before it.
+    const ZoomSegment& start = Effects::updateZoomStart(timeline, id, ms(9000), tenSeconds).zooms[0];
+    EXPECT_EQ(start.startTime, TimelineFrameGrid::floorBoundary(ms(5000) - frameLength));
+    const std::int64_t total = (start.endTime - start.startTime).nanoseconds;
+    EXPECT_EQ(riseOf(start) + fallOf(start), total);
+    EXPECT_NEAR(static_cast<double>(riseOf(start)), total * 650.0 / 1150.0, 1);
+
+    // Dragging the end before the start stops one frame after it.
+    const ZoomSegment& end = Effects::updateZoomEnd(timeline, id, ms(100), tenSeconds).zooms[0];
+    EXPECT_EQ(end.endTime, ms(3000) + frameLength);
+    EXPECT_LE(end.focusTime, end.holdEndTime);
+}
+
+TEST(TimelineEffectZoomDragging, AnEndStopsAtTheNextZoomAndAtTheSourceEnd) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}, {4000, 5000}, {8000, 9000}});
+    EXPECT_EQ(Effects::updateZoomEnd(timeline, timeline.zooms[0].id, ms(4500), tenSeconds).zooms[0].endTime,
+              ms(4000));
+    EXPECT_EQ(Effects::updateZoomEnd(timeline, timeline.zooms[2].id, ms(12'000), tenSeconds).zooms[2].endTime,
+              tenSeconds);
+}
+
+TEST(TimelineEffectZoomDragging, AMoveKeepsTheLengthAndStopsAtNeighbours) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 5000}, {6000, 7000}});
+    const Uuid id = timeline.zooms[1].id;
+    const auto movedTo = [&](std::int64_t milliseconds, const Uuid& which) {
+        return zoomWithID(Effects::moveZoom(timeline, which, ms(milliseconds), tenSeconds), which);
+    };
+
+    const ZoomSegment free = movedTo(3500, id);
+    EXPECT_EQ(free.startTime, ms(3500));
+    EXPECT_EQ(free.endTime, ms(5500));
+    EXPECT_EQ(riseOf(free), riseNanoseconds);
+    EXPECT_EQ(fallOf(free), fallNanoseconds);
+
+    EXPECT_EQ(movedTo(0, id).startTime, ms(2000));
+    EXPECT_EQ(movedTo(9000, id).endTime, ms(6000));
+    EXPECT_EQ(movedTo(9500, timeline.zooms[2].id).endTime, tenSeconds);
+    EXPECT_EQ(movedTo(-3000, timeline.zooms[0].id).startTime, ProjectTime::zero());
+}
+
+TEST(TimelineEffectZoomDragging, ScaleAndFocusStayConstrained) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
+    const Uuid id = timeline.zooms[0].id;
+
+    const ZoomSegment deeper = Effects::updateZoomScale(timeline, id, 9, tenSeconds).zooms[0];
+    EXPECT_EQ(deeper.scale, 3);
+    EXPECT_EQ(deeper.focusPoint, (PointValue{0.3, 0.6}));
+    const ZoomSegment flat = Effects::updateZoomScale(timeline, id, 0, tenSeconds).zooms[0];
+    EXPECT_EQ(flat.scale, 1);
+    EXPECT_EQ(flat.focusPoint, (PointValue{0.5, 0.5}));
+
+    const ZoomSegment corner = Effects::updateZoomFocus(timeline, id, {-1, 2}, tenSeconds).zooms[0];
+    EXPECT_EQ(corner.focusPoint, (PointValue{0.25, 0.75}));
+}
+
+TEST(TimelineEffectZoomDragging, AnUnknownZoomIsNotFound) {
+    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
+    const Uuid unknown = Uuid::random();
+    const std::vector<std::function<EditTimeline(const EditTimeline&)>> operations = {
+        [&](const EditTimeline& t) { return Effects::updateZoomStart(t, unknown, ms(0), tenSeconds); },
+        [&](const EditTimeline& t) { return Effects::updateZoomEnd(t, unknown, ms(0), tenSeconds); },
+        [&](const EditTimeline& t) { return Effects::moveZoom(t, unknown, ms(0), tenSeconds); },
+        [&](const EditTimeline& t) { return Effects::updateZoomScale(t, unknown, 2, tenSeconds); },
+        [&](const EditTimeline& t) {
+            return Effects::updateZoomFocus(t, unknown, {0.5, 0.5}, tenSeconds);
+        },
+    };
+    for (const auto& operation : operations) {
+        expectFailure(timeline, Case::zoomNotFound, operation);
+    }
+}
+
+// ---- Webcam full screen ----
+
+EditTimeline withWebcam() {
+    EditTimeline timeline;
+    timeline.webcamOverlay = WebcamOverlay::defaultValue();
+    return timeline;
+}
+
+TEST(TimelineEffectWebcamFullscreen, NeedsTwoFramesInsideTheSourceAndAWebcam) {
+    const EditTimeline added =
+        Effects::addWebcamFullscreen(withWebcam(), between(ms(0), frameLength * 2), tenSeconds);
+    ASSERT_EQ(added.webcamFullscreenSegments.size(), 1u);
+    EXPECT_EQ(added.webcamFullscreenSegments[0].endTime, TimelineFrameGrid::boundaryForFrame(2));
+
+    const auto add = [](ProjectTimeRange range) {
+        return [range](const EditTimeline& t) { return Effects::addWebcamFullscreen(t, range, tenSeconds); };
+    };
+    expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add(between(ms(0), frameLength)));
+    expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add(between(ms(9000), ms(10'100))));
+    expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add({ProjectTime{INT64_MAX}, ms(1)}));
+    expectFailure(EditTimeline{}, Case::webcamFullscreenRangeInvalid, add(between(ms(0), ms(1000))));
+    expectFailure(added, Case::webcamFullscreenOverlap, add(between(ms(20), ms(1000))));
+}
+
+TEST(TimelineEffectWebcamFullscreen, KeepsStartOrderAndRemovesById) {
+    EditTimeline timeline = withWebcam();
+    timeline = Effects::addWebcamFullscreen(timeline, between(ms(5000), ms(6000)), tenSeconds);
+    timeline = Effects::addWebcamFullscreen(timeline, between(ms(1000), ms(2000)), tenSeconds);
+    ASSERT_EQ(timeline.webcamFullscreenSegments.size(), 2u);
+    EXPECT_EQ(timeline.webcamFullscreenSegments[0].startTime, ms(1000));
+
+    const Uuid first = timeline.webcamFullscreenSegments[0].id;
+    const EditTimeline removed = Effects::removeWebcamFullscreen(timeline, first, tenSeconds);
+    ASSERT_EQ(removed.webcamFullscreenSegments.size(), 1u);
+    EXPECT_EQ(removed.webcamFullscreenSegments[0].startTime, ms(5000));
+
+    const Uuid unknown = Uuid::random();
+    const std::vector<std::function<EditTimeline(const EditTimeline&)>> operations = {
+        [&](const EditTimeline& t) { return Effects::removeWebcamFullscreen(t, unknown, tenSeconds); },
+        [&](const EditTimeline& t) { return Effects::moveWebcamFullscreen(t, unknown, ms(0), tenSeconds); },
+        [&](const EditTimeline& t) {
+            return Effects::updateWebcamFullscreenStart(t, unknown, ms(0), tenSeconds);
+        },
+        [&](const EditTimeline& t) {
+            return Effects::updateWebcamFullscreenEnd(t, unknown, ms(0), tenSeconds);
+        },
+    };
+    for (const auto& operation : operations) {
+        expectFailure(timeline, Case::webcamFullscreenNotFound, operation);
+    }
+}
+
+TEST(TimelineEffectWebcamFullscreen, DragsStopAtNeighboursAndAtTwoFrames) {
+    EditTimeline timeline = withWebcam();
+    timeline = Effects::addWebcamFullscreen(timeline, between(ms(1000), ms(2000)), tenSeconds);
+    timeline = Effects::addWebcamFullscreen(timeline, between(ms(3000), ms(4000)), tenSeconds);
+    timeline = Effects::addWebcamFullscreen(timeline, between(ms(7000), ms(8000)), tenSeconds);
+    const Uuid middle = timeline.webcamFullscreenSegments[1].id;
+    const auto middleOf = [&](const EditTimeline& t) { return t.webcamFullscreenSegments[1]; };
+
+    const WebcamFullscreenSegment movedLeft =
+        middleOf(Effects::moveWebcamFullscreen(timeline, middle, ms(0), tenSeconds));
+    EXPECT_EQ(movedLeft.startTime, ms(2000));
+    EXPECT_EQ(movedLeft.endTime, ms(3000));
+    const WebcamFullscreenSegment movedRight =
+        middleOf(Effects::moveWebcamFullscreen(timeline, middle, ms(6800), tenSeconds));
+    EXPECT_EQ(movedRight.startTime, ms(6000));
+    EXPECT_EQ(movedRight.endTime, ms(7000));
+
+    EXPECT_EQ(
+        middleOf(Effects::updateWebcamFullscreenStart(timeline, middle, ms(1500), tenSeconds)).startTime,
+        ms(2000));
+    EXPECT_EQ(
+        middleOf(Effects::updateWebcamFullscreenStart(timeline, middle, ms(3990), tenSeconds)).startTime,
+        TimelineFrameGrid::floorBoundary(ms(4000) - Effects::minimumWebcamFullscreenDuration));
+    EXPECT_EQ(middleOf(Effects::updateWebcamFullscreenEnd(timeline, middle, ms(9000), tenSeconds)).endTime,
+              ms(7000));
+    const WebcamFullscreenSegment shortest =
+        middleOf(Effects::updateWebcamFullscreenEnd(timeline, middle, ms(0), tenSeconds));
+    EXPECT_EQ(shortest.endTime,
+              TimelineFrameGrid::ceilingBoundary(ms(3000) + Effects::minimumWebcamFullscreenDuration));
+}
+
+// ---- Webcam geometry ----
+
+constexpr double landscape = 16.0 / 9.0;
+constexpr double portrait = 9.0 / 16.0;
+
+TEST(TimelineEffectWebcamGeometry, RadiiMeasureAgainstTheShorterCanvasSide) {
+    const Effects::WebcamHalfExtents wide = Effects::webcamRadii(0.22, landscape, 1);
+    EXPECT_DOUBLE_EQ(wide.horizontal, portrait * 0.11);
+    EXPECT_DOUBLE_EQ(wide.vertical, 0.11);
+
+    const Effects::WebcamHalfExtents tall = Effects::webcamRadii(0.22, portrait, landscape);
+    EXPECT_DOUBLE_EQ(tall.horizontal, landscape * 0.11);
+    EXPECT_DOUBLE_EQ(tall.vertical, portrait * 0.11);
+
+    EXPECT_EQ(Effects::webcamRadii(3, 1, 1), (Effects::WebcamHalfExtents{0.2, 0.2}));
+    EXPECT_EQ(Effects::webcamRadii(0, 1, 1), (Effects::WebcamHalfExtents{0.05, 0.05}));
+    const Effects::WebcamHalfExtents degenerate = Effects::webcamRadii(0.2, 0, -3);
+    EXPECT_DOUBLE_EQ(degenerate.horizontal, 0.01 * 0.1);
+    EXPECT_DOUBLE_EQ(degenerate.vertical, 0.01 * 0.1);
+
+    expectNear(Effects::constrainedWebcamCenter({0, 1}, 0.22, landscape, 1), {portrait * 0.11, 1 - 0.11});
+    EXPECT_EQ(Effects::constrainedWebcamCenter({0.4, 0.6}, 0.22, landscape, 1), (PointValue{0.4, 0.6}));
+}
+
+EditTimeline withKeyframes(std::vector<WebcamOverlayKeyframe> keyframes) {
+    EditTimeline timeline = withWebcam();
+    timeline.webcamOverlay->isMirrored = false;
+    timeline.webcamOverlay->center = {0.5, 0.5};
+    timeline.webcamOverlay->diameter = 0.2;
+    timeline.webcamKeyframes = std::move(keyframes);
+    return timeline;
+}
+
+TEST(TimelineEffectWebcamGeometry, TheOverlayFollowsItsKeyframesWithEasing) {
+    const EditTimeline timeline = withKeyframes({
+        {Uuid::random(), ms(3000), {0.6, 0.7}, 0.3},
+        {Uuid::random(), ms(1000), {0.2, 0.3}, 0.2},
+    });
+    const auto at = [&](std::int64_t milliseconds) {
+        return *Effects::webcamOverlay(timeline.webcamOverlay, timeline.webcamKeyframes, ms(milliseconds),
+                                       landscape);
+    };
+    EXPECT_EQ(at(0).center, (PointValue{0.2, 0.3}));
+    EXPECT_EQ(at(1000).diameter, 0.2);
+    EXPECT_EQ(at(9000).center, (PointValue{0.6, 0.7}));
+
+    const WebcamOverlay middle = at(2000);
+    EXPECT_DOUBLE_EQ(middle.center.x, 0.4);
+    EXPECT_DOUBLE_EQ(middle.center.y, 0.5);
+    EXPECT_DOUBLE_EQ(middle.diameter, 0.25);
+    EXPECT_FALSE(middle.isMirrored); // the rest of the base stays
+
+    // A quarter of the way, the smoothstep has covered 5/32.
+    EXPECT_DOUBLE_EQ(at(1500).center.x, 0.2 + 0.4 * 5.0 / 32.0);
+
+    EXPECT_FALSE(Effects::webcamOverlay(std::nullopt, timeline.webcamKeyframes, ms(0), landscape));
+}
+
+TEST(TimelineEffectWebcamGeometry, TheBaseAloneIsClampedAndKeptOnTheCanvas) {
+    WebcamOverlay base = WebcamOverlay::defaultValue();
+    base.center = {0, 0};
+    base.diameter = 0.9;
+    const WebcamOverlay overlay = *Effects::webcamOverlay(base, {}, ms(0), landscape);
+    EXPECT_EQ(overlay.diameter, 0.4);
+    expectNear(overlay.center, {portrait * 0.2, 0.2});
+}
+
+TEST(TimelineEffectWebcamGeometry, MovingShiftsTheWholePathAsFarAsItFits) {
+    const double leftEdge = Effects::webcamRadii(0.22, landscape, 1).horizontal;
+    const EditTimeline timeline = withKeyframes({
+        {Uuid::random(), ms(1000), {leftEdge, 0.5}, 0.22},
+        {Uuid::random(), ms(3000), {0.5, 0.5}, 0.22},
+    });
+
+    // One keyframe already at the left edge: no shift to the left at all.
+    EXPECT_EQ(Effects::moveWebcamGlobally(timeline, ms(3000), {0.2, 0.5}, landscape), timeline);
+
+    const EditTimeline shifted = Effects::moveWebcamGlobally(timeline, ms(3000), {0.7, 0.6}, landscape);
+    EXPECT_DOUBLE_EQ(shifted.webcamKeyframes[0].center.x, leftEdge + 0.2);
+    EXPECT_DOUBLE_EQ(shifted.webcamKeyframes[1].center.y, 0.6);
+    EXPECT_DOUBLE_EQ(shifted.webcamOverlay->center.x, 0.7);
+
+    // Far right: the keyframes nearest the right edge stop there.
+    const EditTimeline right = Effects::moveWebcamGlobally(timeline, ms(3000), {1, 0.5}, landscape);
+    EXPECT_DOUBLE_EQ(right.webcamKeyframes[1].center.x, 1 - leftEdge);
+    EXPECT_DOUBLE_EQ(right.webcamKeyframes[0].center.x, leftEdge + (1 - leftEdge - 0.5));
+    EXPECT_NO_THROW(Effects::validate(right, tenSeconds));
+
+    EXPECT_EQ(Effects::moveWebcamGlobally(EditTimeline{}, ms(0), {0.2, 0.2}, landscape), EditTimeline{});
+    EXPECT_EQ(Effects::moveWebcamGlobally(timeline, ms(0), {NAN, 0.2}, landscape), timeline);
+}
+
+TEST(TimelineEffectWebcamGeometry, ResizingScalesEveryDiameterAndKeepsCentersOnTheCanvas) {
+    const EditTimeline timeline = withKeyframes({{Uuid::random(), ms(1000), {0.9, 0.9}, 0.3}});
+
+    const EditTimeline smaller = Effects::resizeWebcamGlobally(timeline, ms(1000), 0.15, landscape);
+    EXPECT_DOUBLE_EQ(smaller.webcamKeyframes[0].diameter, 0.15);
+    EXPECT_DOUBLE_EQ(smaller.webcamOverlay->diameter, 0.1);
+
+    // The keyframe is already large: its growth is cut at 0.4 and its
+    // center pulled inside.
+    const EditTimeline larger = Effects::resizeWebcamGlobally(timeline, ms(1000), 1, landscape);
+    EXPECT_DOUBLE_EQ(larger.webcamKeyframes[0].diameter, 0.4);
+    EXPECT_DOUBLE_EQ(larger.webcamOverlay->diameter, 0.4 / 0.3 * 0.2);
+    expectNear(larger.webcamKeyframes[0].center, {1 - portrait * 0.2, 1 - 0.2});
+    EXPECT_NO_THROW(Effects::validate(larger, tenSeconds));
+
+    EXPECT_EQ(Effects::resizeWebcamGlobally(EditTimeline{}, ms(0), 0.3, landscape), EditTimeline{});
+}
+
+TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
+    const EditTimeline timeline = withKeyframes({});
+    const EditTimeline one =
+        Effects::upsertWebcamKeyframe(timeline, ms(1004), {0.3, 0.4}, 0.25, tenSeconds, landscape);
+    ASSERT_EQ(one.webcamKeyframes.size(), 1u);
+    EXPECT_EQ(one.webcamKeyframes[0].time, ms(1000));
+
+    // The same frame again: updated in place, the id kept.
+    const EditTimeline updated =
+        Effects::upsertWebcamKeyframe(one, ms(998), {0.6, 0.4}, 0.9, tenSeconds, landscape);
+    ASSERT_EQ(updated.webcamKeyframes.size(), 1u);
+    EXPECT_EQ(updated.webcamKeyframes[0].id, one.webcamKeyframes[0].id);
+    EXPECT_EQ(updated.webcamKeyframes[0].diameter, 0.4);
+
+    const EditTimeline two =
+        Effects::upsertWebcamKeyframe(updated, ms(500), {0, 0}, 0.2, tenSeconds, landscape);
+    ASSERT_EQ(two.webcamKeyframes.size(), 2u);
+    EXPECT_EQ(two.webcamKeyframes[0].time, ms(500));
+    expectNear(two.webcamKeyframes[0].center, {portrait * 0.1, 0.1});
+
+    // The last instant of the source rounds down into it.
+    const EditTimeline last = Effects::upsertWebcamKeyframe(timeline, tenSeconds - ProjectTime{1}, {0.5, 0.5},
+                                                            0.2, tenSeconds, landscape);
+    EXPECT_LT(last.webcamKeyframes[0].time, tenSeconds);
+
+    const EditTimeline removed = Effects::removeWebcamKeyframe(two, two.webcamKeyframes[0].id);
+    EXPECT_EQ(removed.webcamKeyframes, std::vector<WebcamOverlayKeyframe>{two.webcamKeyframes[1]});
+    EXPECT_EQ(Effects::removeWebcamKeyframe(two, Uuid::random()), two);
+}
+
+TEST(TimelineEffectWebcamKeyframes, UpsertRefusesTimesOutsideTheSourceAndPlacementsWithoutAWebcam) {
+    const auto upsert = [](ProjectTime time, PointValue center, double diameter) {
+        return [=](const EditTimeline& t) {
+            return Effects::upsertWebcamKeyframe(t, time, center, diameter, tenSeconds, landscape);
+        };
+    };
+    const EditTimeline timeline = withKeyframes({{Uuid::random(), ms(1000), {0.5, 0.5}, 0.2}});
+    expectFailure(timeline, Case::keyframeOutsideSource, upsert(tenSeconds, {0.5, 0.5}, 0.2));
+    expectFailure(timeline, Case::keyframeOutsideSource, upsert(ProjectTime{-1}, {0.5, 0.5}, 0.2));
+    expectFailure(timeline, Case::keyframeInvalid, upsert(ms(0), {NAN, 0.5}, 0.2));
+    expectFailure(timeline, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, INFINITY));
+    expectFailure(EditTimeline{}, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, 0.2));
+}
+
+} // namespace
+} // namespace rilo

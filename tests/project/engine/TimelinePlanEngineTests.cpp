@@ -1,0 +1,487 @@
+#include "project/document/TimelineEffectError.h"
+#include "project/engine/TimelineEditError.h"
+#include "project/engine/TimelineEffectEngine.h"
+#include "project/engine/TimelinePlanEngine.h"
+#include "project/engine/TimelineSettingsError.h"
+#include "project/engine/TimelineSpeedError.h"
+
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+constexpr ProjectTime ms(std::int64_t milliseconds) {
+    return ProjectTime::fromMilliseconds(milliseconds);
+}
+ProjectTimeRange span(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
+    return ProjectTimeRange::fromStartEnd(ms(startMilliseconds), ms(endMilliseconds));
+}
+
+constexpr ProjectTime sourceDuration = ms(20'000);
+const PixelSize sourceSize{1920, 1080};
+
+TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds,
+                        std::int64_t permille = 1000) {
+    return {Uuid::random(), span(startMilliseconds, endMilliseconds), {permille}};
+}
+
+// A zoom as an editor stores it: rising for 650 ms, falling for 500 ms.
+ZoomSegment zoom(std::int64_t startMilliseconds, std::int64_t endMilliseconds, PointValue focus = {0.4, 0.6},
+                 double scale = 2) {
+    return {Uuid::random(),
+            ms(startMilliseconds),
+            ms(startMilliseconds + 650),
+            ms(endMilliseconds - 500),
+            ms(endMilliseconds),
+            TimelineEffectEngine::constrainedFocus(focus, scale),
+            scale};
+}
+
+EditTimeline timelineOf(std::vector<TimelineSegment> segments, std::vector<ZoomSegment> zooms = {}) {
+    EditTimeline timeline;
+    timeline.segments = std::move(segments);
+    timeline.zooms = std::move(zooms);
+    return timeline;
+}
+
+TimelinePlanResult applyPlan(const TimelineEditPlan& plan, const EditTimeline& timeline,
+                             const std::vector<MouseEvent>& clicks = {}) {
+    return TimelinePlanEngine::apply(plan, timeline, sourceDuration, false, sourceSize, clicks);
+}
+
+TimelineEditPlan cutting(std::vector<ProjectTimeRange> cuts) {
+    TimelineEditPlan plan;
+    plan.cuts = std::move(cuts);
+    return plan;
+}
+
+TimelinePlanError planErrorOf(const TimelineEditPlan& plan, const EditTimeline& timeline,
+                              const std::vector<MouseEvent>& clicks = {}) {
+    try {
+        applyPlan(plan, timeline, clicks);
+    } catch (const TimelinePlanError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "the plan did not fail with TimelinePlanError";
+    return TimelinePlanError::empty();
+}
+
+void expectZoomTimes(const ZoomSegment& zoom, std::int64_t start, std::int64_t focus, std::int64_t holdEnd,
+                     std::int64_t end) {
+    EXPECT_EQ(zoom.startTime, ms(start));
+    EXPECT_EQ(zoom.focusTime, ms(focus));
+    EXPECT_EQ(zoom.holdEndTime, ms(holdEnd));
+    EXPECT_EQ(zoom.endTime, ms(end));
+}
+
+std::string namespaceOf(const EditTimeline& timeline) {
+    std::string text;
+    for (const TimelineSegment& segment : timeline.segments) {
+        text += (text.empty() ? "" : ":") + segment.id.string();
+    }
+    return text;
+}
+
+// ---------------------------------------------------------------------------
+// Merging cut ranges
+
+TEST(TimelinePlanMergeTest, SnapsSortsAndMergesOverlappingAndTouchingRanges) {
+    const std::vector<ProjectTimeRange> merged = TimelinePlanEngine::mergedRanges({
+        span(8'000, 9'000),
+        {ms(1'000) + ProjectTime{4'000'000}, ms(1'000)}, // 1.004 s to 2.004 s snaps to 1 s to 2 s
+        span(2'000, 3'000),                              // touches the previous one
+        span(2'500, 2'700),                              // inside: the end stays
+        span(8'500, 10'000),                             // overlaps the first
+    });
+    EXPECT_EQ(merged, (std::vector<ProjectTimeRange>{span(1'000, 3'000), span(8'000, 10'000)}));
+}
+
+TEST(TimelinePlanMergeTest, RangesThatSnapToNothingDisappear) {
+    // 5 ms around a frame boundary, an empty and a reversed range.
+    const std::vector<ProjectTimeRange> merged = TimelinePlanEngine::mergedRanges({
+        {ms(1'000), ms(5)},
+        span(4'000, 4'000),
+        {ms(6'000), ms(-1'000)},
+        span(5'000, 5'050),
+    });
+    EXPECT_EQ(merged, (std::vector<ProjectTimeRange>{span(5'000, 5'050)}));
+    EXPECT_TRUE(TimelinePlanEngine::mergedRanges({}).empty());
+}
+
+// ---------------------------------------------------------------------------
+// Counting operations
+
+TEST(TimelinePlanEngineTest, PlanNeedsBetweenOneAndFiveHundredOperations) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    EXPECT_EQ(planErrorOf(TimelineEditPlan{}, timeline).errorCase(), TimelinePlanError::Case::empty);
+    EXPECT_STREQ(TimelinePlanError::empty().what(), "剪辑计划至少需要一项操作。");
+
+    std::vector<ProjectTimeRange> cuts;
+    for (std::int64_t i = 0; i < 500; ++i) {
+        cuts.push_back(span(1'000 + i, 2'000 + i));
+    }
+    TimelineEditPlan atLimit = cutting(cuts);
+    const TimelinePlanResult merged = applyPlan(atLimit, timeline);
+    EXPECT_EQ(merged.normalizedCutRanges, (std::vector<ProjectTimeRange>{span(1'000, 2'500)}));
+
+    TimelineEditPlan overLimit = atLimit;
+    overLimit.clearsZooms = true;
+    const TimelinePlanError error = planErrorOf(overLimit, timeline);
+    EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::tooManyOperations);
+    EXPECT_STREQ(error.what(), "剪辑计划操作数量超过500项。");
+
+    TimelineEditPlan settingsCountOnce;
+    for (int i = 0; i < 600; ++i) {
+        settingsCountOnce.settings["key" + std::to_string(i)] = "1";
+    }
+    // Counted as one operation, the map reaches the settings engine.
+    EXPECT_THROW(applyPlan(settingsCountOnce, timeline), TimelineSettingsError);
+}
+
+// ---------------------------------------------------------------------------
+// Cuts
+
+TEST(TimelinePlanEngineTest, CutsAreMergedAndRemoved) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    const TimelinePlanResult result =
+        applyPlan(cutting({span(9'000, 10'000), span(2'000, 3'000), span(2'500, 4'000)}), timeline);
+    EXPECT_EQ(result.normalizedCutRanges,
+              (std::vector<ProjectTimeRange>{span(2'000, 4'000), span(9'000, 10'000)}));
+    ASSERT_EQ(result.timeline.segments.size(), 3u);
+    EXPECT_EQ(result.timeline.segments[0].sourceRange, span(0, 2'000));
+    EXPECT_EQ(result.timeline.segments[1].sourceRange, span(4'000, 9'000));
+    EXPECT_EQ(result.timeline.segments[2].sourceRange, span(10'000, 20'000));
+    EXPECT_TRUE(result.zoomReconciliations.empty());
+    EXPECT_TRUE(result.normalizedSpeedChanges.empty());
+}
+
+TEST(TimelinePlanEngineTest, CutsThatSnapToNothingAreAnInvalidRange) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    try {
+        applyPlan(cutting({{ms(1'000), ms(5)}}), timeline);
+        FAIL() << "expected TimelineEditError";
+    } catch (const TimelineEditError& error) {
+        EXPECT_EQ(error.errorCase(), TimelineEditError::Case::invalidRange);
+    }
+}
+
+TEST(TimelinePlanEngineTest, CutInsideRemovedContentIsRefused) {
+    const EditTimeline timeline = timelineOf({segment(0, 5'000), segment(10'000, 20'000)});
+    const TimelinePlanError error = planErrorOf(cutting({span(6'000, 8'000)}), timeline);
+    EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::cutOutsideRetainedContent);
+    EXPECT_STREQ(error.what(), "剪切区间没有覆盖当前保留内容。");
+
+    // A cut that reaches into retained content is fine.
+    const TimelinePlanResult partly = applyPlan(cutting({span(6'000, 11'000)}), timeline);
+    ASSERT_EQ(partly.timeline.segments.size(), 2u);
+    EXPECT_EQ(partly.timeline.segments[1].sourceRange, span(11'000, 20'000));
+}
+
+// ---------------------------------------------------------------------------
+// Zoom reconciliation
+
+TEST(TimelinePlanReconciliationTest, ThreeSecondZoomCutInTheMiddleIsRemoved) {
+    const ZoomSegment old = zoom(2'000, 5'000);
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
+    const TimelinePlanResult result = applyPlan(cutting({span(3'000, 4'000)}), timeline);
+    EXPECT_TRUE(result.timeline.zooms.empty());
+    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
+    EXPECT_EQ(result.zoomReconciliations[0],
+              (ZoomReconciliation{old.id, span(2'000, 5'000), ZoomReconciliationAction::removed, {}}));
+}
+
+TEST(TimelinePlanReconciliationTest, SixSecondZoomCutInTheMiddleIsSplit) {
+    const ZoomSegment old = zoom(2'000, 8'000, {0.1, 0.9}, 2.5);
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
+    const TimelinePlanResult result = applyPlan(cutting({span(4'500, 5'500)}), timeline);
+
+    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
+    EXPECT_EQ(result.zoomReconciliations[0], (ZoomReconciliation{old.id,
+                                                                 span(2'000, 8'000),
+                                                                 ZoomReconciliationAction::split,
+                                                                 {span(2'000, 4'500), span(5'500, 8'000)}}));
+
+    const auto& zooms = result.timeline.zooms;
+    ASSERT_EQ(zooms.size(), 2u);
+    expectZoomTimes(zooms[0], 2'000, 2'650, 4'000, 4'500);
+    expectZoomTimes(zooms[1], 5'500, 6'150, 7'500, 8'000);
+    for (const ZoomSegment& piece : zooms) {
+        EXPECT_EQ(piece.scale, 2.5);
+        EXPECT_EQ(piece.focusPoint, old.focusPoint);
+        EXPECT_NE(piece.id, old.id);
+    }
+    EXPECT_NE(zooms[0].id, zooms[1].id);
+}
+
+TEST(TimelinePlanReconciliationTest, CutAtTheEndOfAZoomTrimsIt) {
+    // The old rise and fall are not kept: the piece gets 650 ms and 500 ms.
+    ZoomSegment old = zoom(2'000, 8'000);
+    old.focusTime = ms(3'000);
+    old.holdEndTime = ms(6'000);
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
+    const TimelinePlanResult result = applyPlan(cutting({span(7'000, 9'000)}), timeline);
+
+    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
+    EXPECT_EQ(result.zoomReconciliations[0].action, ZoomReconciliationAction::trimmed);
+    EXPECT_EQ(result.zoomReconciliations[0].resultingRanges,
+              (std::vector<ProjectTimeRange>{span(2'000, 7'000)}));
+    ASSERT_EQ(result.timeline.zooms.size(), 1u);
+    expectZoomTimes(result.timeline.zooms[0], 2'000, 2'650, 6'500, 7'000);
+}
+
+TEST(TimelinePlanReconciliationTest, ZoomsTheCutsDoNotTouchStayOutOfTheReport) {
+    const ZoomSegment beside = zoom(2'000, 8'000);
+    const ZoomSegment touchingCutStart = zoom(12'000, 15'000);
+    // A zoom that already crosses a gap, far from the plan's cut.
+    const ZoomSegment acrossGap = zoom(16'000, 18'500);
+    const EditTimeline timeline =
+        timelineOf({segment(0, 17'000), segment(17'500, 20'000)}, {beside, touchingCutStart, acrossGap});
+
+    const TimelinePlanResult result = applyPlan(cutting({span(10'000, 12'000)}), timeline);
+    EXPECT_TRUE(result.zoomReconciliations.empty());
+    EXPECT_EQ(result.timeline.zooms, timeline.zooms);
+}
+
+TEST(TimelinePlanReconciliationTest, ZoomClearRemovesZoomsWithoutReport) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000), zoom(9'000, 15'000)});
+    TimelineEditPlan plan = cutting({span(3'000, 4'000)});
+    plan.clearsZooms = true;
+    const TimelinePlanResult result = applyPlan(plan, timeline);
+    EXPECT_TRUE(result.timeline.zooms.empty());
+    EXPECT_TRUE(result.zoomReconciliations.empty());
+    EXPECT_EQ(result.timeline.segments.size(), 2u);
+}
+
+TEST(TimelinePlanReconciliationTest, ZoomAcrossAGapFailsAPlanWithoutCutsUnlessReconciled) {
+    const ZoomSegment acrossGap = zoom(3'000, 9'000);
+    const EditTimeline timeline =
+        timelineOf({segment(0, 5'000), segment(6'000, 20'000)}, {acrossGap, zoom(12'000, 14'000)});
+
+    TimelineEditPlan speedOnly;
+    speedOnly.speedChanges = {{span(10'000, 12'000), {2000}}};
+    const TimelinePlanError error = planErrorOf(speedOnly, timeline);
+    EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::zoomOutsideRetainedContent);
+    EXPECT_STREQ(error.what(), "镜头区间必须完整位于剪切后保留的内容中。");
+    EXPECT_EQ(error.range(), span(3'000, 9'000));
+    EXPECT_EQ(error.zoomID(), acrossGap.id);
+    EXPECT_TRUE(error.normalizedCuts().empty());
+
+    TimelineEditPlan reconciled = speedOnly;
+    reconciled.reconcilesZooms = true;
+    const TimelinePlanResult result = applyPlan(reconciled, timeline);
+    ASSERT_EQ(result.zoomReconciliations.size(), 2u);
+    EXPECT_EQ(result.zoomReconciliations[0], (ZoomReconciliation{acrossGap.id,
+                                                                 span(3'000, 9'000),
+                                                                 ZoomReconciliationAction::split,
+                                                                 {span(3'000, 5'000), span(6'000, 9'000)}}));
+    // Wholly retained and on the grid: left as it was, with its id.
+    EXPECT_EQ(result.zoomReconciliations[1], (ZoomReconciliation{timeline.zooms[1].id,
+                                                                 span(12'000, 14'000),
+                                                                 ZoomReconciliationAction::preserved,
+                                                                 {span(12'000, 14'000)}}));
+    ASSERT_EQ(result.timeline.zooms.size(), 3u);
+    EXPECT_EQ(result.timeline.zooms[2], timeline.zooms[1]);
+    EXPECT_EQ(result.normalizedSpeedChanges,
+              (std::vector<TimelineSpeedChange>{{span(10'000, 12'000), {2000}}}));
+}
+
+TEST(TimelinePlanReconciliationTest, ReconcilingPutsAZoomOffTheGridOntoIt) {
+    // Auto zooms start wherever a click was; reconciliation snaps them.
+    ZoomSegment offGrid = zoom(2'000, 6'000);
+    offGrid.startTime = ms(2'000) + ProjectTime{1'234};
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {offGrid});
+    TimelineEditPlan plan;
+    plan.reconcilesZooms = true;
+    const TimelinePlanResult result = applyPlan(plan, timeline);
+    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
+    EXPECT_EQ(result.zoomReconciliations[0].action, ZoomReconciliationAction::trimmed);
+    ASSERT_EQ(result.timeline.zooms.size(), 1u);
+    expectZoomTimes(result.timeline.zooms[0], 2'000, 2'650, 5'500, 6'000);
+}
+
+// ---------------------------------------------------------------------------
+// Zoom additions
+
+TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInside) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    auto press = [](std::int64_t at, PointValue point, std::optional<bool> inside = std::nullopt) {
+        MouseEvent event;
+        event.time = ms(at);
+        event.normalizedPoint = point;
+        event.button = MouseButton::left;
+        event.phase = MousePhase::down;
+        event.isInsideSource = inside;
+        return event;
+    };
+    MouseEvent release = press(4'500, {0.9, 0.9});
+    release.phase = MousePhase::up;
+    const std::vector<MouseEvent> clicks{
+        press(6'000, {0.7, 0.7}),        // at the range end: outside
+        press(4'000, {0.3, 0.3}, false), // outside the source
+        press(3'500, {0.6, 0.4}, true),  // the last that counts
+        press(2'500, {0.35, 0.45}),      release,
+    };
+
+    TimelineEditPlan plan;
+    plan.zoomAdds = {{span(2'000, 6'000), 2, std::nullopt}};
+    const TimelinePlanResult result = applyPlan(plan, timeline, clicks);
+    ASSERT_EQ(result.timeline.zooms.size(), 1u);
+    EXPECT_EQ(result.timeline.zooms[0].focusPoint, (PointValue{0.6, 0.4}));
+    expectZoomTimes(result.timeline.zooms[0], 2'000, 2'650, 5'500, 6'000);
+
+    // No press within the range: the centre. A given focus wins over presses,
+    // and is constrained at the clamped scale.
+    TimelineEditPlan elsewhere;
+    elsewhere.zoomAdds = {{span(10'000, 11'000), 0.5, std::nullopt},
+                          {span(12'000, 14'000), 7, PointValue{0, 1}}};
+    const TimelinePlanResult second = applyPlan(elsewhere, timeline, clicks);
+    ASSERT_EQ(second.timeline.zooms.size(), 2u);
+    EXPECT_EQ(second.timeline.zooms[0].focusPoint, (PointValue{0.5, 0.5}));
+    EXPECT_EQ(second.timeline.zooms[0].scale, 1);
+    // One second: the rise takes 650 ms, the fall what is left.
+    expectZoomTimes(second.timeline.zooms[0], 10'000, 10'650, 10'650, 11'000);
+    EXPECT_EQ(second.timeline.zooms[1].scale, 3);
+    EXPECT_EQ(second.timeline.zooms[1].focusPoint, (PointValue{0.5 / 3, 1 - 0.5 / 3}));
+}
+
+TEST(TimelinePlanZoomAddTest, PlannedZoomMustLieInWhatTheCutsLeave) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    TimelineEditPlan plan = cutting({span(9'000, 10'000), span(3'000, 4'000)});
+    plan.zoomAdds = {{span(1'000, 2'000), 2, std::nullopt}, {span(8'000, 12'000), 2, std::nullopt}};
+    const TimelinePlanError error = planErrorOf(plan, timeline);
+    EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::zoomOutsideRetainedContent);
+    EXPECT_EQ(error.range(), span(8'000, 12'000));
+    EXPECT_EQ(error.zoomID(), std::nullopt);
+    EXPECT_EQ(error.normalizedCuts(),
+              (std::vector<ProjectTimeRange>{span(3'000, 4'000), span(9'000, 10'000)}));
+}
+
+TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)});
+    TimelineEditPlan overlapping;
+    overlapping.zoomAdds = {{span(4'000, 7'000), 2, std::nullopt}};
+    try {
+        applyPlan(overlapping, timeline);
+        FAIL() << "expected zoomOverlap";
+    } catch (const TimelineEffectError& error) {
+        EXPECT_EQ(error.errorCase(), TimelineEffectError::Case::zoomOverlap);
+    }
+
+    TimelineEditPlan tooShort;
+    tooShort.zoomAdds = {{{ms(8'000), ms(5)}, 2, std::nullopt}};
+    try {
+        applyPlan(tooShort, timeline);
+        FAIL() << "expected zoomRangeInvalid";
+    } catch (const TimelineEffectError& error) {
+        EXPECT_EQ(error.errorCase(), TimelineEffectError::Case::zoomRangeInvalid);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Speed and settings in a plan
+
+TEST(TimelinePlanEngineTest, SpeedApplysToWhatTheCutsLeave) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    TimelineEditPlan plan = cutting({span(5'000, 6'000)});
+    plan.speedChanges = {{span(4'000, 6'000), {2000}}};
+    try {
+        applyPlan(plan, timeline);
+        FAIL() << "expected rangeOutsideRetainedContent";
+    } catch (const TimelineSpeedError& error) {
+        EXPECT_EQ(error.errorCase(), TimelineSpeedError::Case::rangeOutsideRetainedContent);
+    }
+
+    plan.speedChanges = {{span(6'000, 8'000), {2000}}, {span(7'000, 9'000), {2000}}};
+    const TimelinePlanResult result = applyPlan(plan, timeline);
+    EXPECT_EQ(result.normalizedSpeedChanges,
+              (std::vector<TimelineSpeedChange>{{span(6'000, 9'000), {2000}}}));
+    ASSERT_EQ(result.timeline.segments.size(), 3u);
+    EXPECT_EQ(result.timeline.segments[1].sourceRange, span(6'000, 9'000));
+    EXPECT_EQ(result.timeline.segments[1].playbackRate, TimelinePlaybackRate{2000});
+}
+
+TEST(TimelinePlanEngineTest, SettingsApplyLast) {
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
+    TimelineEditPlan plan;
+    plan.settings = {{"cursor.scale", "2"}, {"canvas.padding", "-1"}};
+    const TimelinePlanResult result = applyPlan(plan, timeline);
+    EXPECT_EQ(result.timeline.cursor.scale, 2);
+    EXPECT_EQ(result.timeline.canvas.padding, 0);
+    EXPECT_EQ(result.timeline.segments, timeline.segments);
+
+    plan.settings = {{"webcam.diameter", "0.3"}};
+    EXPECT_THROW(applyPlan(plan, timeline), TimelineSettingsError);
+}
+
+// ---------------------------------------------------------------------------
+// Identity
+
+TEST(TimelinePlanIdentityTest, StableUUIDIsAVersion5IdOfTheSeedDigest) {
+    // SHA-256("abc") = ba7816bf 8f01cfea 414140de 5dae2223 ...
+    EXPECT_EQ(TimelinePlanEngine::stableUUID("abc").string(), "BA7816BF-8F01-5FEA-8141-40DE5DAE2223");
+    EXPECT_EQ(TimelinePlanEngine::stableUUID("abc"), TimelinePlanEngine::stableUUID("abc"));
+    EXPECT_NE(TimelinePlanEngine::stableUUID("abc"), TimelinePlanEngine::stableUUID("abd"));
+}
+
+TEST(TimelinePlanIdentityTest, NewSegmentsAndZoomsGetIdsFromTheirContent) {
+    const TimelineSegment kept = segment(0, 5'000);
+    const TimelineSegment cut = segment(5'000, 20'000);
+    const EditTimeline timeline = timelineOf({kept, cut});
+    TimelineEditPlan plan = cutting({span(9'000, 10'000)});
+    plan.zoomAdds = {{span(2'000, 4'000), 2, PointValue{0.3, 0.4}}};
+    const TimelinePlanResult result = applyPlan(plan, timeline);
+
+    const std::string idNamespace = namespaceOf(timeline);
+    ASSERT_EQ(result.timeline.segments.size(), 3u);
+    EXPECT_EQ(result.timeline.segments[0].id, kept.id);
+    // The left piece of a cut segment no longer equals it, so it too is new.
+    EXPECT_EQ(result.timeline.segments[1].id,
+              TimelinePlanEngine::stableUUID(idNamespace + ":5000000000:9000000000:1000"));
+    EXPECT_EQ(result.timeline.segments[2].id,
+              TimelinePlanEngine::stableUUID(idNamespace + ":10000000000:20000000000:1000"));
+
+    ASSERT_EQ(result.timeline.zooms.size(), 1u);
+    EXPECT_EQ(result.timeline.zooms[0].id,
+              TimelinePlanEngine::stableUUID(idNamespace +
+                                             ":zoom:2000000000:2650000000:3500000000:4000000000:0.3:0.4:2"));
+}
+
+TEST(TimelinePlanIdentityTest, SamePlanTwiceGivesTheSameTimeline) {
+    const EditTimeline timeline = timelineOf({segment(0, 8'000), segment(8'000, 20'000, 1500)},
+                                             {zoom(1'000, 7'000), zoom(10'000, 13'000)});
+    TimelineEditPlan plan = cutting({span(3'000, 4'000), span(11'000, 11'500)});
+    plan.speedChanges = {{span(15'000, 17'000), {2500}}};
+    plan.zoomAdds = {{span(17'000, 19'000), 1.8, std::nullopt}};
+    plan.settings = {{"cursor.show", "off"}};
+
+    const TimelinePlanResult first = applyPlan(plan, timeline);
+    const TimelinePlanResult second = applyPlan(plan, timeline);
+    EXPECT_EQ(first, second);
+
+    std::set<Uuid> ids;
+    for (const TimelineSegment& segment : first.timeline.segments) {
+        ids.insert(segment.id);
+    }
+    for (const ZoomSegment& zoom : first.timeline.zooms) {
+        ids.insert(zoom.id);
+    }
+    EXPECT_EQ(ids.size(), first.timeline.segments.size() + first.timeline.zooms.size());
+}
+
+TEST(TimelinePlanEngineTest, FailedPlanLeavesTheInputAsItWas) {
+    const EditTimeline timeline =
+        timelineOf({segment(0, 10'000), segment(12'000, 20'000)}, {zoom(1'000, 7'000), zoom(14'000, 16'000)});
+    const EditTimeline before = timeline;
+    TimelineEditPlan plan = cutting({span(3'000, 4'000)});
+    plan.speedChanges = {{span(12'000, 13'000), {2000}}};
+    plan.zoomAdds = {{span(9'000, 13'000), 2, std::nullopt}}; // across the gap: fails late
+    EXPECT_THROW(applyPlan(plan, timeline), TimelinePlanError);
+    EXPECT_EQ(timeline, before);
+}
+
+} // namespace
+} // namespace rilo

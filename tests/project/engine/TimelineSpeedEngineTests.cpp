@@ -1,0 +1,351 @@
+#include "project/document/TimelineValidator.h"
+#include "project/engine/TimelineEffectEngine.h"
+#include "project/engine/TimelineMapper.h"
+#include "project/engine/TimelineSpeedEngine.h"
+#include "support/TimelineBuilders.h"
+
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <set>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+using Case = TimelineSpeedError::Case;
+
+constexpr ProjectTime sourceDuration = ProjectTime::fromSeconds(10);
+
+using testing::between;
+using testing::frame;
+using testing::ms;
+using testing::ns;
+using testing::segment;
+
+EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
+    EditTimeline timeline;
+    timeline.segments = std::move(segments);
+    return timeline;
+}
+
+TimelineSpeedChange change(ProjectTime start, ProjectTime end, std::int64_t permille) {
+    return {between(start, end), {permille}};
+}
+
+struct Piece {
+    ProjectTimeRange range;
+    std::int64_t permille = 1000;
+    friend bool operator==(const Piece&, const Piece&) = default;
+};
+
+std::vector<Piece> piecesOf(const EditTimeline& timeline) {
+    std::vector<Piece> pieces;
+    for (const TimelineSegment& s : timeline.segments) {
+        pieces.push_back({s.sourceRange, s.playbackRate.permille});
+    }
+    return pieces;
+}
+
+std::set<Uuid> idsOf(const EditTimeline& timeline) {
+    std::set<Uuid> ids;
+    for (const TimelineSegment& s : timeline.segments) {
+        ids.insert(s.id);
+    }
+    return ids;
+}
+
+EditTimeline checked(EditTimeline timeline) {
+    EXPECT_NO_THROW(TimelineValidator::validate(timeline, sourceDuration));
+    return timeline;
+}
+
+EditTimeline settingRate(std::int64_t permille, ProjectTimeRange range, const EditTimeline& timeline) {
+    return TimelineSpeedEngine::settingRate({permille}, range, timeline, sourceDuration);
+}
+
+// Runs a change that must fail with the given case and checks that the
+// input came through untouched.
+void expectSpeedError(const EditTimeline& timeline, Case expected,
+                      const std::function<void(const EditTimeline&)>& body) {
+    const EditTimeline before = timeline;
+    try {
+        body(timeline);
+        ADD_FAILURE() << "the change succeeded";
+    } catch (const TimelineSpeedError& error) {
+        EXPECT_EQ(error.errorCase(), expected) << error.what();
+    }
+    EXPECT_EQ(timeline, before);
+}
+
+void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t permille,
+                     ProjectTimeRange range) {
+    expectSpeedError(timeline, expected, [&](const EditTimeline& t) { settingRate(permille, range, t); });
+}
+
+Case normalizationError(const std::vector<TimelineSpeedChange>& changes) {
+    try {
+        TimelineSpeedEngine::normalized(changes);
+    } catch (const TimelineSpeedError& error) {
+        return error.errorCase();
+    }
+    ADD_FAILURE() << "normalisation succeeded";
+    return Case::noChange;
+}
+
+TEST(TimelineSpeedErrorTests, CarriesTheTextShownToPeople) {
+    EXPECT_STREQ(TimelineSpeedError::invalidRate().what(), "播放倍率必须位于0.50x至4.00x并以0.01x递增。");
+    EXPECT_STREQ(TimelineSpeedError::invalidRange().what(), "变速区间无效或短于一个源视频帧。");
+    EXPECT_STREQ(TimelineSpeedError::rangeOutsideRetainedContent().what(),
+                 "变速区间必须完整位于当前保留内容中。");
+    EXPECT_STREQ(TimelineSpeedError::conflictingRanges().what(), "重叠变速区间不能使用不同倍率。");
+    EXPECT_STREQ(TimelineSpeedError::noChange().what(), "所选内容已经使用该播放倍率。");
+}
+
+// ---------------------------------------------------------------------------
+// Setting a rate
+
+TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
+    const TimelineSegment whole = segment(ms(0), sourceDuration);
+    EditTimeline timeline = timelineOf({whole});
+    timeline.zooms = {{Uuid::random(), ms(2'500), ms(3'000), ms(3'500), ms(4'500),
+                       TimelineEffectEngine::constrainedFocus({0.2, 0.2}, 2), 2}};
+    timeline.annotations = {
+        AnnotationElement::defaultAnnotation(AnnotationKind::arrow, ms(1'000), ms(3'000), 0, 16.0 / 9.0)};
+
+    const EditTimeline result = checked(settingRate(2000, between(ms(2'000), ms(4'000)), timeline));
+
+    EXPECT_EQ(piecesOf(result), (std::vector<Piece>{{between(ms(0), ms(2'000)), 1000},
+                                                    {between(ms(2'000), ms(4'000)), 2000},
+                                                    {between(ms(4'000), sourceDuration), 1000}}));
+    EXPECT_EQ(result.segments[0].id, whole.id);
+    EXPECT_EQ(idsOf(result).size(), 3U) << "the changed and the right piece get fresh ids";
+    EXPECT_EQ(TimelineMapper(result, sourceDuration).sequenceDuration(), ms(9'000));
+    // Effects live in source time and are not touched.
+    EXPECT_EQ(result.zooms, timeline.zooms);
+    EXPECT_EQ(result.annotations, timeline.annotations);
+}
+
+TEST(TimelineSpeedSettingTests, AChangeAtTheSegmentStartKeepsItsId) {
+    const TimelineSegment whole = segment(ms(0), sourceDuration);
+    const EditTimeline result = checked(settingRate(500, between(ms(0), ms(2'000)), timelineOf({whole})));
+    EXPECT_EQ(piecesOf(result), (std::vector<Piece>{{between(ms(0), ms(2'000)), 500},
+                                                    {between(ms(2'000), sourceDuration), 1000}}));
+    EXPECT_EQ(result.segments[0].id, whole.id);
+    EXPECT_NE(result.segments[1].id, whole.id);
+
+    // The whole segment changes in place.
+    const EditTimeline all = checked(settingRate(4000, between(ms(0), sourceDuration), timelineOf({whole})));
+    EXPECT_EQ(all.segments, (std::vector<TimelineSegment>{{whole.id, whole.sourceRange, {4000}}}));
+}
+
+TEST(TimelineSpeedSettingTests, SnapsTheRangeToTheGrid) {
+    const EditTimeline result = checked(
+        settingRate(1500, between(ms(1'234), ms(2'002)), timelineOf({segment(ms(0), sourceDuration)})));
+    // 1.234 s is 0.04 of a frame after frame 74; 2.002 s 0.12 after frame 120.
+    EXPECT_EQ(piecesOf(result), (std::vector<Piece>{{between(ms(0), frame(74)), 1000},
+                                                    {between(frame(74), ms(2'000)), 1500},
+                                                    {between(ms(2'000), sourceDuration), 1000}}));
+}
+
+TEST(TimelineSpeedSettingTests, ARemainderOfAFrameStaysAndAShorterOneIsAbsorbed) {
+    // Frame 599 lies 16,666,667 ns before the 10 s end: a whole piece.
+    const EditTimeline kept = checked(
+        settingRate(2000, between(ms(2'000), frame(599)), timelineOf({segment(ms(0), sourceDuration)})));
+    ASSERT_EQ(kept.segments.size(), 3U);
+    EXPECT_EQ(kept.segments[2].sourceRange, between(frame(599), sourceDuration));
+    EXPECT_EQ(kept.segments[2].playbackRate.permille, 1000);
+
+    // A segment ending minimum - 1 ns after frame 599: the remainder joins the change.
+    const ProjectTime offGridEnd = frame(599) + TimelineFrameGrid::minimumDuration - ns(1);
+    const EditTimeline absorbedEnd =
+        checked(settingRate(2000, between(ms(2'000), frame(599)), timelineOf({segment(ms(0), offGridEnd)})));
+    EXPECT_EQ(piecesOf(absorbedEnd), (std::vector<Piece>{{between(ms(0), ms(2'000)), 1000},
+                                                         {between(ms(2'000), offGridEnd), 2000}}));
+
+    // A segment starting 10 ms in: a change from frame 1 takes the 6,666,666 ns
+    // before it along, and so keeps the segment's id.
+    const TimelineSegment late = segment(ms(10), sourceDuration);
+    const EditTimeline absorbedStart =
+        checked(settingRate(2000, between(frame(1), ms(1'000)), timelineOf({late})));
+    EXPECT_EQ(piecesOf(absorbedStart), (std::vector<Piece>{{between(ms(10), ms(1'000)), 2000},
+                                                           {between(ms(1'000), sourceDuration), 1000}}));
+    EXPECT_EQ(absorbedStart.segments[0].id, late.id);
+}
+
+TEST(TimelineSpeedSettingTests, TouchingSegmentsEachKeepTheirIdAndAreNotJoined) {
+    const TimelineSegment a = segment(ms(0), ms(2'000));
+    const TimelineSegment b = segment(ms(2'000), ms(4'000));
+    const EditTimeline result = checked(settingRate(1500, between(ms(0), ms(4'000)), timelineOf({a, b})));
+    EXPECT_EQ(result.segments,
+              (std::vector<TimelineSegment>{{a.id, a.sourceRange, {1500}}, {b.id, b.sourceRange, {1500}}}));
+}
+
+TEST(TimelineSpeedSettingTests, ASegmentAlreadyAtTheRateStaysWhole) {
+    const TimelineSegment a = segment(ms(0), ms(2'000));
+    const TimelineSegment b = segment(ms(2'000), ms(4'000), 2000);
+    const EditTimeline result = checked(settingRate(2000, between(ms(1'000), ms(4'000)), timelineOf({a, b})));
+    ASSERT_EQ(result.segments.size(), 3U);
+    EXPECT_EQ(result.segments[0], (TimelineSegment{a.id, between(ms(0), ms(1'000)), {1000}}));
+    EXPECT_EQ(result.segments[1].sourceRange, between(ms(1'000), ms(2'000)));
+    EXPECT_EQ(result.segments[1].playbackRate.permille, 2000);
+    EXPECT_EQ(result.segments[2], b);
+}
+
+TEST(TimelineSpeedSettingTests, AnOlderSchemaBecomesCurrent) {
+    EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    timeline.schemaVersion = 3;
+    const EditTimeline result = checked(settingRate(1250, between(ms(0), ms(1'000)), timeline));
+    EXPECT_EQ(result.schemaVersion, EditTimeline::currentSchemaVersion);
+    EXPECT_EQ(timeline.schemaVersion, 3);
+}
+
+TEST(TimelineSpeedSettingTests, RefusesRatesOffTheScale) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    for (const std::int64_t permille : {505, 490, 4010, 0, -1000}) {
+        expectRateError(timeline, Case::invalidRate, permille, between(ms(0), ms(1'000)));
+    }
+    // The rate is checked before the range.
+    expectRateError(timeline, Case::invalidRate, 505, between(ms(0), ms(1)));
+    // Both ends of the scale are fine.
+    EXPECT_NO_THROW(settingRate(500, between(ms(0), ms(1'000)), timeline));
+    EXPECT_NO_THROW(settingRate(4000, between(ms(0), ms(1'000)), timeline));
+}
+
+TEST(TimelineSpeedSettingTests, RefusesRangesShorterThanAFrameOrOutsideTheSource) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    for (const ProjectTimeRange range : {between(ms(1'000), ms(1'005)), between(ms(1'000), ms(1'000)),
+                                         ProjectTimeRange{ms(2'000), ms(-1'000)},
+                                         between(ms(-1'000), ms(1'000)), between(ms(9'000), ms(10'500))}) {
+        expectRateError(timeline, Case::invalidRange, 2000, range);
+    }
+}
+
+TEST(TimelineSpeedSettingTests, RefusesRangesReachingIntoRemovedContent) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
+    expectRateError(timeline, Case::rangeOutsideRetainedContent, 2000, between(ms(3'000), ms(6'000)));
+    expectRateError(timeline, Case::rangeOutsideRetainedContent, 2000, between(ms(4'200), ms(4'800)));
+    expectRateError(timeline, Case::rangeOutsideRetainedContent, 2000, between(frame(239), frame(241)));
+}
+
+TEST(TimelineSpeedSettingTests, RefusesAChangeThatChangesNothing) {
+    // The touching 1x segment is not overlapped, so nothing would change.
+    const EditTimeline timeline =
+        timelineOf({segment(ms(0), ms(2'000), 2000), segment(ms(2'000), ms(3'000), 2000),
+                    segment(ms(3'000), sourceDuration)});
+    expectRateError(timeline, Case::noChange, 2000, between(ms(500), ms(3'000)));
+    expectRateError(timeline, Case::noChange, 1000, between(ms(4'000), ms(5'000)));
+}
+
+TEST(TimelineSpeedSettingTests, APieceTooShortAtItsNewRateFailsValidation) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    const EditTimeline before = timeline;
+    // Two source frames at 4x play for half a frame.
+    try {
+        settingRate(4000, between(ms(0), frame(2)), timeline);
+        ADD_FAILURE() << "the change succeeded";
+    } catch (const TimelineValidationError& error) {
+        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
+        EXPECT_STREQ(error.what(), "变速后的片段不能短于一个60fps输出帧。");
+    }
+    EXPECT_EQ(timeline, before);
+    // Four frames at 4x play for a whole frame.
+    EXPECT_NO_THROW(checked(settingRate(4000, between(ms(0), frame(4)), timeline)));
+}
+
+TEST(TimelineSpeedSettingTests, AnInvalidTimelineFailsItsValidation) {
+    EXPECT_THROW(settingRate(2000, between(ms(0), ms(1'000)), EditTimeline::empty()),
+                 TimelineValidationError);
+}
+
+// ---------------------------------------------------------------------------
+// Normalising a batch
+
+TEST(TimelineSpeedNormalizationTests, MergesOverlappingAndTouchingChangesOfOneRate) {
+    EXPECT_EQ(
+        TimelineSpeedEngine::normalized({change(ms(0), ms(2'000), 2000), change(ms(1'000), ms(3'000), 2000)}),
+        std::vector<TimelineSpeedChange>{change(ms(0), ms(3'000), 2000)});
+    // Given out of order, touching, and one inside the other.
+    EXPECT_EQ(
+        TimelineSpeedEngine::normalized({change(ms(1'000), ms(2'000), 2000), change(ms(0), ms(1'000), 2000),
+                                         change(ms(500), ms(700), 2000)}),
+        std::vector<TimelineSpeedChange>{change(ms(0), ms(2'000), 2000)});
+}
+
+TEST(TimelineSpeedNormalizationTests, KeepsTouchingChangesOfDifferentRatesApart) {
+    EXPECT_EQ(
+        TimelineSpeedEngine::normalized({change(ms(1'000), ms(2'000), 1500), change(ms(0), ms(1'000), 2000)}),
+        (std::vector<TimelineSpeedChange>{change(ms(0), ms(1'000), 2000),
+                                          change(ms(1'000), ms(2'000), 1500)}));
+    EXPECT_EQ(normalizationError({change(ms(0), ms(2'000), 2000), change(ms(1'000), ms(3'000), 1500)}),
+              Case::conflictingRanges);
+    // Same start, different rates.
+    EXPECT_EQ(normalizationError({change(ms(0), ms(2'000), 2000), change(ms(0), ms(1'000), 1500)}),
+              Case::conflictingRanges);
+}
+
+TEST(TimelineSpeedNormalizationTests, SnapsAndSortsByStartThenEnd) {
+    EXPECT_EQ(TimelineSpeedEngine::normalized({change(ms(5'000), ms(6'000), 1500),
+                                               change(ms(1'234), ms(2'002), 750),
+                                               change(ms(1'234), ms(1'500), 750)}),
+              (std::vector<TimelineSpeedChange>{change(frame(74), ms(2'000), 750),
+                                                change(ms(5'000), ms(6'000), 1500)}));
+    EXPECT_TRUE(TimelineSpeedEngine::normalized({}).empty());
+}
+
+TEST(TimelineSpeedNormalizationTests, ChecksEachChangeInTheOrderGiven) {
+    EXPECT_EQ(normalizationError({change(ms(0), ms(1'000), 505)}), Case::invalidRate);
+    EXPECT_EQ(normalizationError({change(ms(0), ms(5), 2000)}), Case::invalidRange);
+    EXPECT_EQ(normalizationError({change(ms(0), ms(5), 2000), change(ms(0), ms(1'000), 4010)}),
+              Case::invalidRange);
+    EXPECT_EQ(normalizationError({change(ms(0), ms(1'000), 4010), change(ms(0), ms(5), 2000)}),
+              Case::invalidRate);
+}
+
+// ---------------------------------------------------------------------------
+// Applying a batch
+
+TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrder) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    const TimelineSpeedResult result =
+        TimelineSpeedEngine::applying({change(ms(6'000), ms(7'000), 500), change(ms(1'000), ms(3'000), 2000),
+                                       change(ms(0), ms(2'000), 2000)},
+                                      timeline, sourceDuration);
+
+    EXPECT_EQ(result.normalizedChanges,
+              (std::vector<TimelineSpeedChange>{change(ms(0), ms(3'000), 2000),
+                                                change(ms(6'000), ms(7'000), 500)}));
+    EXPECT_EQ(piecesOf(checked(result.timeline)),
+              (std::vector<Piece>{{between(ms(0), ms(3'000)), 2000},
+                                  {between(ms(3'000), ms(6'000)), 1000},
+                                  {between(ms(6'000), ms(7'000)), 500},
+                                  {between(ms(7'000), sourceDuration), 1000}}));
+    EXPECT_EQ(result.timeline.segments[0].id, timeline.segments[0].id);
+}
+
+TEST(TimelineSpeedApplyingTests, AnEmptyBatchReturnsTheTimelineUnchanged) {
+    EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
+    timeline.schemaVersion = 3;
+    const TimelineSpeedResult result = TimelineSpeedEngine::applying({}, timeline, sourceDuration);
+    EXPECT_EQ(result.timeline, timeline);
+    EXPECT_TRUE(result.normalizedChanges.empty());
+}
+
+TEST(TimelineSpeedApplyingTests, AnyFailingChangeDiscardsTheBatch) {
+    const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
+    const auto applying = [](std::vector<TimelineSpeedChange> changes) {
+        return
+            [changes](const EditTimeline& t) { TimelineSpeedEngine::applying(changes, t, sourceDuration); };
+    };
+    // The second change already has its rate.
+    expectSpeedError(timeline, Case::noChange,
+                     applying({change(ms(0), ms(1'000), 2000), change(ms(6'000), ms(7'000), 1000)}));
+    // The second change spans the cut.
+    expectSpeedError(timeline, Case::rangeOutsideRetainedContent,
+                     applying({change(ms(0), ms(1'000), 2000), change(ms(3'000), ms(6'000), 1500)}));
+    expectSpeedError(timeline, Case::conflictingRanges,
+                     applying({change(ms(0), ms(2'000), 2000), change(ms(1'000), ms(3'000), 1500)}));
+}
+
+} // namespace
+} // namespace rilo

@@ -1,0 +1,202 @@
+#include "project/document/ProjectPackage.h"
+#include "project/store/CursorAssetStore.h"
+#include "shared/Errors.h"
+#include "shared/Files.h"
+#include "shared/Json.h"
+#include "shared/Sha256.h"
+#include "support/TemporaryDirectory.h"
+
+#include <bit>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+namespace rilo {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string arrowPng = std::string("\x89PNG\r\n\x1a\n", 8) + std::string("arrow pixels\0\x01\xff", 15);
+const std::string beamPng = std::string("\x89PNG\r\n\x1a\n", 8) + "i-beam pixels";
+
+// The id as the package format defines it, built here byte by byte.
+std::string expectedID(const std::string& png, SizeValue size, PointValue hotSpot) {
+    static_assert(std::endian::native == std::endian::little, "the expected bytes are copied from memory");
+    std::string bytes = png;
+    for (const double value : {size.width, size.height, hotSpot.x, hotSpot.y}) {
+        char raw[sizeof(double)];
+        std::memcpy(raw, &value, sizeof raw);
+        bytes.append(raw, sizeof raw);
+    }
+    return sha256Hex(bytes);
+}
+
+std::vector<std::string> fileNames(const fs::path& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(CursorAssetStore, StoresImageAndDescriptorUnderContentID) {
+    testing::TemporaryDirectory temporary;
+    const ProjectPackage package{temporary.path() / "project.rilo.tmp"};
+    CursorAssetStore store(package.cursorAssetsDirectory());
+    ASSERT_TRUE(fs::is_directory(package.cursorAssetsDirectory()));
+
+    const SizeValue size{17.5, 24};
+    const PointValue hotSpot{0.1, -3.25};
+    const CursorAssetDescriptor descriptor = store.store(arrowPng, size, hotSpot);
+
+    const std::string id = expectedID(arrowPng, size, hotSpot);
+    EXPECT_EQ(descriptor.id, id);
+    EXPECT_EQ(descriptor.relativePath, "cursor/assets/" + id + ".png");
+    EXPECT_EQ(descriptor.logicalSize, size);
+    EXPECT_EQ(descriptor.hotSpot, hotSpot);
+    EXPECT_EQ(fileNames(package.cursorAssetsDirectory()),
+              (std::vector<std::string>{id + ".json", id + ".png"}));
+    EXPECT_EQ(readFileBytes(package.rootURL / descriptor.relativePath), arrowPng);
+    const std::string descriptorBytes = readFileBytes(package.cursorAssetsDirectory() / (id + ".json"));
+    EXPECT_EQ(json::decodeDocument<CursorAssetDescriptor>(descriptorBytes), descriptor);
+    EXPECT_EQ(descriptorBytes, json::encodeDocument(descriptor));
+}
+
+TEST(CursorAssetStore, SameImageIsStoredOnce) {
+    testing::TemporaryDirectory temporary;
+    CursorAssetStore store(temporary / "assets");
+    const CursorAssetDescriptor first = store.store(arrowPng, {16, 16}, {1, 2});
+    // A second store must not write: mark the stored image and see it survive.
+    writeFileAtomically(temporary / "assets" / (first.id + ".png"), "marked");
+    const CursorAssetDescriptor second = store.store(arrowPng, {16, 16}, {1, 2});
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(readFileBytes(temporary / "assets" / (first.id + ".png")), "marked");
+    EXPECT_EQ(store.descriptors(), std::vector<CursorAssetDescriptor>{first});
+}
+
+TEST(CursorAssetStore, SizeOrHotSpotMakesAnotherAsset) {
+    testing::TemporaryDirectory temporary;
+    CursorAssetStore store(temporary.path());
+    const auto base = store.store(arrowPng, {16, 16}, {1, 2});
+    const auto otherHotSpot = store.store(arrowPng, {16, 16}, {2, 1});
+    const auto otherSize = store.store(arrowPng, {16, 32}, {1, 2});
+    const auto otherPicture = store.store(beamPng, {16, 16}, {1, 2});
+    // A negative zero has another bit pattern, so it is another asset.
+    const auto negativeZero = store.store(arrowPng, {16, 16}, {1, -0.0});
+    const auto positiveZero = store.store(arrowPng, {16, 16}, {1, 0.0});
+
+    std::vector<CursorAssetDescriptor> all{base,         otherHotSpot, otherSize,
+                                           otherPicture, negativeZero, positiveZero};
+    std::sort(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+    EXPECT_EQ(
+        std::adjacent_find(all.begin(), all.end(), [](const auto& a, const auto& b) { return a.id == b.id; }),
+        all.end());
+    EXPECT_EQ(store.descriptors(), all);
+    EXPECT_EQ(fileNames(temporary.path()).size(), 12u);
+}
+
+TEST(CursorAssetStore, ReopenedStoreKnowsItsAssets) {
+    testing::TemporaryDirectory temporary;
+    const fs::path directory = temporary / "cursor" / "assets";
+    CursorAssetDescriptor beam;
+    CursorAssetDescriptor arrow;
+    {
+        CursorAssetStore store(directory);
+        beam = store.store(beamPng, {8, 20}, {4, 10});
+        arrow = store.store(arrowPng, {16, 16}, {0, 0});
+    }
+    std::vector<CursorAssetDescriptor> sorted{beam, arrow};
+    std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+
+    CursorAssetStore reopened(directory);
+    EXPECT_EQ(reopened.descriptors(), sorted);
+    for (const auto& descriptor : sorted) {
+        writeFileAtomically(directory / (descriptor.id + ".png"), "marked");
+    }
+    EXPECT_EQ(reopened.store(beamPng, {8, 20}, {4, 10}), beam);
+    EXPECT_EQ(reopened.store(arrowPng, {16, 16}, {0, 0}), arrow);
+    // Neither asset was written again.
+    for (const auto& descriptor : sorted) {
+        EXPECT_EQ(readFileBytes(directory / (descriptor.id + ".png")), "marked");
+    }
+    EXPECT_EQ(fileNames(directory).size(), 4u);
+}
+
+TEST(CursorAssetStore, ReadDescriptorsSkipsWhatCannotBeDecoded) {
+    testing::TemporaryDirectory temporary;
+    std::vector<CursorAssetDescriptor> stored;
+    {
+        CursorAssetStore store(temporary.path());
+        stored.push_back(store.store(arrowPng, {16, 16}, {1, 1}));
+        stored.push_back(store.store(beamPng, {8, 20}, {4, 10}));
+    }
+    std::sort(stored.begin(), stored.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+    writeFileAtomically(temporary / "broken.json", "{\"id\" : ");
+    writeFileAtomically(temporary / "partial.json", "{\"id\" : \"x\", \"relativePath\" : \"y\"}");
+    writeFileAtomically(temporary / "notes.txt", json::encodeDocument(stored[0]));
+    fs::create_directory(temporary / "folder.json");
+
+    EXPECT_EQ(CursorAssetStore::readDescriptors(temporary.path()), stored);
+    EXPECT_EQ(CursorAssetStore(temporary.path()).descriptors(), stored);
+    EXPECT_TRUE(CursorAssetStore::readDescriptors(temporary / "missing").empty());
+}
+
+TEST(CursorAssetStore, FailedWriteIsNotRecordedAndIsRetried) {
+    testing::TemporaryDirectory temporary;
+    CursorAssetStore store(temporary.path());
+    const std::string id = expectedID(arrowPng, {16, 16}, {1, 1});
+    // A directory where the image belongs makes the write fail.
+    fs::create_directory(temporary / (id + ".png"));
+    EXPECT_THROW(store.store(arrowPng, {16, 16}, {1, 1}), FileError);
+    EXPECT_TRUE(store.descriptors().empty());
+    EXPECT_FALSE(fs::exists(temporary / (id + ".json")));
+
+    fs::remove(temporary / (id + ".png"));
+    const CursorAssetDescriptor descriptor = store.store(arrowPng, {16, 16}, {1, 1});
+    EXPECT_EQ(descriptor.id, id);
+    EXPECT_EQ(readFileBytes(temporary / (id + ".png")), arrowPng);
+}
+
+TEST(CursorAssetStore, OpeningFailsWhenTheDirectoryCannotBeMade) {
+    testing::TemporaryDirectory temporary;
+    writeFileAtomically(temporary / "cursor", "a file, not a directory");
+    EXPECT_THROW(CursorAssetStore(temporary / "cursor" / "assets"), FileError);
+    EXPECT_THROW(CursorAssetStore(temporary / "cursor"), FileError);
+}
+
+TEST(CursorAssetStore, ConcurrentStoresOfOneImageAgree) {
+    testing::TemporaryDirectory temporary;
+    CursorAssetStore store(temporary.path());
+    std::vector<CursorAssetDescriptor> results(8);
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < results.size(); ++i) {
+            threads.emplace_back([&, i] { results[i] = store.store(arrowPng, {16, 16}, {3, 3}); });
+        }
+    }
+    for (const auto& result : results) {
+        EXPECT_EQ(result, results.front());
+    }
+    EXPECT_EQ(store.descriptors().size(), 1u);
+    EXPECT_EQ(fileNames(temporary.path()).size(), 2u);
+}
+
+TEST(CursorAssetStore, PayloadsAreReadFromThePackage) {
+    testing::TemporaryDirectory temporary;
+    const ProjectPackage package{temporary.path()};
+    CursorAssetStore store(package.cursorAssetsDirectory());
+    const auto arrow = store.store(arrowPng, {16, 16}, {1, 1});
+    const auto beam = store.store(beamPng, {8, 20}, {4, 10});
+    CursorAssetDescriptor missing = arrow;
+    missing.id = "missing";
+    missing.relativePath = "cursor/assets/missing.png";
+
+    const auto payloads = CursorAssetStore::readPayloads(package.rootURL, {beam, missing, arrow});
+    EXPECT_EQ(payloads, (std::vector<CursorAssetPayload>{{beam, beamPng}, {arrow, arrowPng}}));
+}
+
+} // namespace
+} // namespace rilo

@@ -285,7 +285,7 @@ int main(int argc, char** argv) {
 
     const ScratchDirectory dataHome(keep);
     const fs::path library = dataHome.path() / "Rilo" / "Projects";
-    ProjectStore store(library);
+    ProjectStore store(library, DeviceFrameCatalog::bundled);
     const auto buildStart = Clock::now();
     const BuiltPackage built = buildPackage(store);
     const std::string prefix = built.package.rootURL.filename().string().substr(0, 8);

@@ -240,7 +240,7 @@ CLIMutationResponse ProjectCommandService::mutate(const CLIMutationRequest& requ
     throwIfCancelled();
 
     const Candidate candidate = std::visit(MutationComputer(project, store_), request.mutation);
-    TimelineValidator::validate(candidate.timeline, sourceDuration);
+    TimelineValidator::validate(candidate.timeline, sourceDuration, store_.deviceFrameCatalog());
     TimelineEffectEngine::validate(candidate.timeline, sourceDuration);
 
     CLIMutationResponse response;

@@ -96,7 +96,7 @@ int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stop
             writeText(help->topic ? AgentHelpCatalog::text(*help->topic) : AgentHelpCatalog::generalText());
             return 0;
         }
-        ProjectStore store;
+        ProjectStore store(std::nullopt, DeviceFrameCatalog::bundled);
         ProjectCommandService service(store, stopToken);
         const json::Json response = std::visit(Dispatcher{store, service}, command);
         writeJSON(response);

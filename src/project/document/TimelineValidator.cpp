@@ -24,15 +24,19 @@ bool isWithin(double value, double lower, double upper) noexcept {
     return value >= lower && value <= upper;
 }
 
-void validateDeviceFrame(const EditTimeline& timeline, const DeviceFrameCatalogProvider& catalogProvider) {
+// Without a catalog only the schema is checked.
+void validateDeviceFrame(const EditTimeline& timeline, const DeviceFrameCatalogProvider* catalogProvider) {
     if (!timeline.deviceFrame) {
         return;
     }
     if (timeline.schemaVersion != EditTimeline::currentSchemaVersion) {
         throw TimelineValidationError::deviceFrameRequiresSchema8();
     }
+    if (catalogProvider == nullptr) {
+        return;
+    }
     try {
-        if (catalogProvider().descriptor(timeline.deviceFrame->assetID)) {
+        if ((*catalogProvider)().descriptor(timeline.deviceFrame->assetID)) {
             return;
         }
     } catch (const std::exception&) {
@@ -168,10 +172,8 @@ void validateAnnotations(const EditTimeline& timeline, ProjectTime sourceDuratio
     }
 }
 
-} // namespace
-
-void validate(const EditTimeline& timeline, ProjectTime sourceDuration,
-              const DeviceFrameCatalogProvider& deviceFrameCatalog) {
+void validateAll(const EditTimeline& timeline, ProjectTime sourceDuration,
+                 const DeviceFrameCatalogProvider* deviceFrameCatalog) {
     if (timeline.schemaVersion > EditTimeline::currentSchemaVersion) {
         throw TimelineValidationError::unsupportedSchema(timeline.schemaVersion);
     }
@@ -188,6 +190,17 @@ void validate(const EditTimeline& timeline, ProjectTime sourceDuration,
         throw TimelineValidationError::annotationsRequireSchema7();
     }
     validateAnnotations(timeline, sourceDuration);
+}
+
+} // namespace
+
+void validate(const EditTimeline& timeline, ProjectTime sourceDuration,
+              const DeviceFrameCatalogProvider& deviceFrameCatalog) {
+    validateAll(timeline, sourceDuration, &deviceFrameCatalog);
+}
+
+void validateContent(const EditTimeline& timeline, ProjectTime sourceDuration) {
+    validateAll(timeline, sourceDuration, nullptr);
 }
 
 } // namespace rilo::TimelineValidator

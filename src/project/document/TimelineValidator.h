@@ -41,6 +41,13 @@ using DeviceFrameCatalogProvider = std::function<const DeviceFrameCatalog&()>;
 //  8. more than 500 annotations, then each annotation's times, uniqueness,
 //     style and geometry, then more than 16 shown at one time.
 void validate(const EditTimeline& timeline, ProjectTime sourceDuration,
-              const DeviceFrameCatalogProvider& deviceFrameCatalog = DeviceFrameCatalog::bundled);
+              const DeviceFrameCatalogProvider& deviceFrameCatalog);
+
+// The same checks without asking a catalog whether it knows the device
+// frame's asset (the rest of step 4 stays). The engines and the mapper run
+// this on what they take and make: no engine changes a device frame, and
+// documents enter and leave a package through the store, which validates
+// with its own catalog.
+void validateContent(const EditTimeline& timeline, ProjectTime sourceDuration);
 
 } // namespace rilo::TimelineValidator

@@ -39,7 +39,7 @@ EditTimeline finished(EditTimeline candidate, ProjectTime sourceDuration) {
         const auto range = ProjectTimeRange::fromStartEnd(annotation.startTime, annotation.endTime);
         return mapper.projectedRanges(range).empty();
     });
-    TimelineValidator::validate(candidate, sourceDuration);
+    TimelineValidator::validateContent(candidate, sourceDuration);
     return candidate;
 }
 
@@ -139,7 +139,7 @@ EditTimeline split(const EditTimeline& timeline, ProjectTime sequenceTime, Proje
     auto position = result.segments.begin() + static_cast<std::ptrdiff_t>(*index);
     position->sourceRange = {segment.sourceRange.start, left};
     result.segments.insert(std::next(position), {Uuid::random(), {cut, right}, segment.playbackRate});
-    TimelineValidator::validate(result, sourceDuration);
+    TimelineValidator::validateContent(result, sourceDuration);
     return result;
 }
 

@@ -38,7 +38,7 @@ std::int64_t clampedInside(std::int64_t offset, std::int64_t length) noexcept {
 
 TimelineMapper::TimelineMapper(const EditTimeline& timeline, ProjectTime sourceDuration)
     : sourceDuration_(sourceDuration) {
-    TimelineValidator::validate(timeline, sourceDuration);
+    TimelineValidator::validateContent(timeline, sourceDuration);
 
     const std::size_t count = timeline.segments.size();
     projections_.reserve(count);

@@ -318,7 +318,7 @@ TimelinePlanResult apply(const TimelineEditPlan& plan, const EditTimeline& timel
     }
 
     assignCanonicalIDs(current, timeline);
-    TimelineValidator::validate(current, sourceDuration);
+    TimelineValidator::validateContent(current, sourceDuration);
     TimelineEffectEngine::validate(current, sourceDuration);
     result.timeline = std::move(current);
     return result;

@@ -85,7 +85,7 @@ EditTimeline settingRate(TimelinePlaybackRate rate, const ProjectTimeRange& sour
         }
     }
     result.segments = std::move(segments);
-    TimelineValidator::validate(result, sourceDuration);
+    TimelineValidator::validateContent(result, sourceDuration);
     return result;
 }
 

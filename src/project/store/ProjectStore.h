@@ -78,13 +78,17 @@ public:
     // under the application data directory. Creates the directory with its
     // parents; throws FileError when it cannot.
     //
+    //
     // The device frame catalog is asked when a device recording is created
-    // and when a timeline with a device frame is validated on loading.
-    explicit ProjectStore(
-        std::optional<std::filesystem::path> rootDirectory = std::nullopt,
-        TimelineValidator::DeviceFrameCatalogProvider deviceFrameCatalog = DeviceFrameCatalog::bundled);
+    // and whenever a timeline with a device frame is validated: on loading and
+    // on every commit.
+    ProjectStore(std::optional<std::filesystem::path> rootDirectory,
+                 TimelineValidator::DeviceFrameCatalogProvider deviceFrameCatalog);
 
     const std::filesystem::path& projectsDirectoryURL() const noexcept { return projectsDirectory_; }
+    const TimelineValidator::DeviceFrameCatalogProvider& deviceFrameCatalog() const noexcept {
+        return deviceFrameCatalog_;
+    }
 
     // Decodes manifest.json of the package; throws FileError or json::DecodingError.
     ProjectManifest readManifest(const ProjectPackage& package) const;

@@ -28,10 +28,11 @@ bool fileExists(const std::filesystem::path& path) {
     return exists;
 }
 
-EditTimeline decodedTimeline(const std::string& bytes, ProjectTime sourceDuration, bool hasWebcam) {
+EditTimeline decodedTimeline(const std::string& bytes, ProjectTime sourceDuration, bool hasWebcam,
+                             const TimelineValidator::DeviceFrameCatalogProvider& deviceFrameCatalog) {
     EditTimeline timeline = json::decodeDocument<EditTimeline>(bytes).normalized(sourceDuration, hasWebcam);
     if (sourceDuration > ProjectTime::zero()) {
-        TimelineValidator::validate(timeline, sourceDuration);
+        TimelineValidator::validate(timeline, sourceDuration, deviceFrameCatalog);
     }
     return timeline;
 }
@@ -113,7 +114,7 @@ TimelineCommitResult replaceTimeline(const ProjectStore& store, const EditTimeli
     // Everything that can refuse the commit runs before the first write.
     const ProjectTime sourceDuration = store.readManifest(package).duration;
     if (sourceDuration > ProjectTime::zero()) {
-        TimelineValidator::validate(timeline, sourceDuration);
+        TimelineValidator::validate(timeline, sourceDuration, store.deviceFrameCatalog());
     }
     const std::int64_t existingSchema = storedSchemaVersion(oldBytes);
 
@@ -181,13 +182,14 @@ std::string ProjectStore::timelineDigest(const ProjectPackage& package) const {
 
 EditTimeline ProjectStore::readTimeline(const ProjectPackage& package, ProjectTime sourceDuration,
                                         bool hasWebcam) const {
-    return decodedTimeline(readFileBytes(package.timelineURL()), sourceDuration, hasWebcam);
+    return decodedTimeline(readFileBytes(package.timelineURL()), sourceDuration, hasWebcam,
+                           deviceFrameCatalog_);
 }
 
 TimelineState ProjectStore::readTimelineState(const ProjectPackage& package, ProjectTime sourceDuration,
                                               bool hasWebcam) const {
     const std::string bytes = readFileBytes(package.timelineURL());
-    return {decodedTimeline(bytes, sourceDuration, hasWebcam), sha256Hex(bytes)};
+    return {decodedTimeline(bytes, sourceDuration, hasWebcam, deviceFrameCatalog_), sha256Hex(bytes)};
 }
 
 void ProjectStore::writeTimeline(const EditTimeline& timeline, const ProjectPackage& package) {
@@ -230,7 +232,7 @@ EditTimeline ProjectStore::historyTimeline(std::int64_t index, const ProjectPack
         throw ProjectStoreError::historyNotFound(index);
     }
     return decodedTimeline(readFileBytes(history[static_cast<std::size_t>(index)].fileURL), sourceDuration,
-                           hasWebcam);
+                           hasWebcam, deviceFrameCatalog_);
 }
 
 TimelineCommitResult ProjectStore::restoreTimeline(std::int64_t index, const std::string& expectedDigest,

@@ -94,7 +94,7 @@ void expectEditError(const EditTimeline& timeline, Case expected,
 
 // Every result must be a document that may exist.
 EditTimeline checked(EditTimeline timeline) {
-    EXPECT_NO_THROW(TimelineValidator::validate(timeline, sourceDuration));
+    EXPECT_NO_THROW(TimelineValidator::validateContent(timeline, sourceDuration));
     return timeline;
 }
 

@@ -56,7 +56,7 @@ std::set<Uuid> idsOf(const EditTimeline& timeline) {
 }
 
 EditTimeline checked(EditTimeline timeline) {
-    EXPECT_NO_THROW(TimelineValidator::validate(timeline, sourceDuration));
+    EXPECT_NO_THROW(TimelineValidator::validateContent(timeline, sourceDuration));
     return timeline;
 }
 

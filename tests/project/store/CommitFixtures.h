@@ -7,6 +7,7 @@
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
 #include "shared/Sha256.h"
+#include "support/BuildCatalog.h"
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
 
@@ -53,7 +54,7 @@ class CommitTest : public ::testing::Test {
 protected:
     TemporaryDirectory root;
     std::filesystem::path library = root / "Library";
-    ProjectStore store{library};
+    ProjectStore store{library, testing::buildCatalog};
     ProjectPackage package = writePackage(library, sampleManifest(Uuid::random(), IsoDate{1'700'000'000}));
     ProjectTime sourceDuration = store.readManifest(package).duration;
 

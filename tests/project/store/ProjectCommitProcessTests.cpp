@@ -75,7 +75,7 @@ private:
 pid_t startCommitter(const Pipe& start, const std::filesystem::path& library, const ProjectPackage& package,
                      const EditTimeline& timeline, const std::string& expectedDigest) {
     return runInChild([&] {
-        ProjectStore store{library};
+        ProjectStore store{library, testing::buildCatalog};
         if (!start.waitForByte()) {
             return otherFailureExit;
         }

@@ -1,6 +1,7 @@
 #include "project/document/TimelineValidator.h"
 #include "project/store/CommitFixtures.h"
 #include "project/store/DocumentHistory.h"
+#include "support/BuildCatalog.h"
 
 #include <regex>
 
@@ -139,6 +140,23 @@ TEST_F(CommitTest, InvalidTimelineIsRefusedAndNeverWritten) {
 
     EXPECT_EQ(timelineBytes(), original);
     EXPECT_FALSE(std::filesystem::exists(package.timelineHistoryDirectory()));
+}
+
+// Commits ask the store's own catalog about a device frame: this test program
+// does not live next to the program's catalog, so any other would refuse it.
+TEST_F(CommitTest, DeviceFrameIsCheckedAgainstTheStoresCatalog) {
+    EditTimeline framed = numberedTimeline(5);
+    framed.deviceFrame = DeviceFrameEdit{true, testing::buildCatalog().devices.front().defaultVariant()->id};
+    const std::string digest = store.writeTimeline(framed, store.timelineDigest(package), package);
+    // The framed document, now on disk, is read back and kept in history.
+    store.commitTimeline(numberedTimeline(6), digest, std::nullopt, package);
+    EXPECT_EQ(store.historyTimeline(0, package, sourceDuration, true).deviceFrame, framed.deviceFrame);
+
+    framed.deviceFrame->assetID = "no-such-device";
+    const auto unknown = thrown<TimelineValidationError>(
+        [&] { store.commitTimeline(framed, store.timelineDigest(package), std::nullopt, package); });
+    ASSERT_TRUE(unknown);
+    EXPECT_EQ(unknown->errorCase(), TimelineValidationError::Case::invalidDeviceFrame);
 }
 
 TEST_F(CommitTest, TwentyFirstCommitRemovesTheOldestEntry) {

@@ -1,5 +1,6 @@
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
+#include "support/BuildCatalog.h"
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
 
@@ -16,7 +17,7 @@ class ProjectStoreTest : public ::testing::Test {
 protected:
     testing::TemporaryDirectory root;
     std::filesystem::path library = root / "Library";
-    ProjectStore store{library};
+    ProjectStore store{library, testing::buildCatalog};
 
     ProjectPackage add(const char* id, std::int64_t updatedAt, ProjectState state = ProjectState::completed,
                        PackageOptions options = {}) {
@@ -29,7 +30,7 @@ TEST_F(ProjectStoreTest, CreatesItsLibraryDirectory) {
     EXPECT_TRUE(store.recentProjects().empty());
     std::filesystem::path blocked = root / "file";
     writeFileAtomically(blocked, "x");
-    EXPECT_THROW(ProjectStore{blocked / "Projects"}, FileError);
+    EXPECT_THROW(ProjectStore(blocked / "Projects", testing::buildCatalog), FileError);
 }
 
 TEST_F(ProjectStoreTest, ListsFinishedProjectsNewestFirstThenByName) {

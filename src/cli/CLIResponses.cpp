@@ -1,6 +1,6 @@
 #include "cli/CLIResponses.h"
 
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 namespace rilo::json {
 

@@ -16,7 +16,7 @@
 #include "project/engine/TimelineSpeedEngine.h"
 #include "project/engine/TimelineSpeedError.h"
 #include "scene/AutoZoomEngine.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,5 +1,5 @@
 #include "shared/Geometry.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <gtest/gtest.h>
 #include <string>

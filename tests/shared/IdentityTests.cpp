@@ -1,6 +1,6 @@
 #include "shared/IsoDate.h"
-#include "shared/SharedCodecs.h"
 #include "shared/Uuid.h"
+#include "shared/ValueCodecs.h"
 
 #include <gtest/gtest.h>
 #include <set>

@@ -1,5 +1,5 @@
 #include "shared/Json.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <array>
 #include <cmath>

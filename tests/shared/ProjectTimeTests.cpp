@@ -1,5 +1,5 @@
 #include "shared/ProjectTime.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <cmath>
 #include <cstdint>

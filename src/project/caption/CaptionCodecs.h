@@ -8,7 +8,7 @@
 // Decoding does not validate: callers pass the result through validated().
 
 #include "project/caption/CaptionDocument.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 namespace rilo::json {
 

@@ -1,6 +1,6 @@
 #include "project/document/CaptureSamples.h"
 
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 namespace rilo {
 

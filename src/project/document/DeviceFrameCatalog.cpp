@@ -1,7 +1,7 @@
 #include "project/document/DeviceFrameCatalog.h"
 
 #include "shared/Files.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <algorithm>
 #include <cmath>

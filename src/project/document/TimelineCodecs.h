@@ -10,7 +10,7 @@
 // read but never written.
 
 #include "project/document/EditTimeline.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <string_view>
 

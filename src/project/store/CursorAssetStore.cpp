@@ -4,7 +4,7 @@
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "shared/SharedCodecs.h"
+#include "shared/ValueCodecs.h"
 
 namespace rilo::json {
 

@@ -4,6 +4,7 @@
 #include "media/MediaLibraryLog.h"
 #include "platform/SignalCancellation.h"
 
+#include <csignal>
 #include <cstdio>
 #include <string_view>
 
@@ -31,6 +32,10 @@ int RiloEntryPoint::main(const std::vector<std::string>& arguments,
     if (arguments.size() < 2 || arguments[1] != "cli") {
         return launchGraphicalApplication(arguments);
     }
+    // A reader of standard output or error that has gone away must not end
+    // the process: the write fails quietly, and the exit code is the
+    // command's only result.
+    std::signal(SIGPIPE, SIG_IGN);
     const std::vector<std::string> rest(arguments.begin() + 2, arguments.end());
     if (!rest.empty() && (rest[0] == "version" || rest[0] == "--version")) {
         printVersion();

@@ -164,11 +164,13 @@ public:
     // is replaced by one of schema 3 to 8, its bytes are kept once in
     // edits/timeline.pre-schema<N>.json for each schema N it crosses.
 
-    // Digest of edits/timeline.json; throws FileError when it cannot be read.
+    // Digest of edits/timeline.json, that of no bytes when there is no such
+    // file; throws FileError when it cannot be read.
     std::string timelineDigest(const ProjectPackage& package) const;
 
-    // Decodes edits/timeline.json, normalises it, and validates it when the
-    // source duration is above 0. Throws FileError, json::DecodingError,
+    // Decodes edits/timeline.json (the empty timeline when there is no such
+    // file), normalises it, and validates it when the source duration is
+    // above 0. Throws FileError, json::DecodingError,
     // TimelineValidationError or TimelineEffectError.
     EditTimeline readTimeline(const ProjectPackage& package, ProjectTime sourceDuration,
                               bool hasWebcam) const;

@@ -28,9 +28,26 @@ bool fileExists(const std::filesystem::path& path) {
     return exists;
 }
 
-EditTimeline decodedTimeline(const std::string& bytes, ProjectTime sourceDuration, bool hasWebcam,
+// The bytes of a document, or none when the file is not there.
+std::optional<std::string> bytesIfPresent(const std::filesystem::path& path) {
+    if (!fileExists(path)) {
+        return std::nullopt;
+    }
+    return readFileBytes(path);
+}
+
+std::string digestOf(const std::optional<std::string>& bytes) {
+    return sha256Hex(bytes ? std::string_view(*bytes) : std::string_view{});
+}
+
+// A package without a timeline file (a recording that stopped before writing
+// one, a file removed by hand) has the empty timeline, and its digest is that
+// of no bytes, so that the first commit can create the file.
+EditTimeline decodedTimeline(const std::optional<std::string>& bytes, ProjectTime sourceDuration,
+                             bool hasWebcam,
                              const TimelineValidator::DeviceFrameCatalogProvider& deviceFrameCatalog) {
-    EditTimeline timeline = json::decodeDocument<EditTimeline>(bytes).normalized(sourceDuration, hasWebcam);
+    const EditTimeline stored = bytes ? json::decodeDocument<EditTimeline>(*bytes) : EditTimeline::empty();
+    EditTimeline timeline = stored.normalized(sourceDuration, hasWebcam);
     if (sourceDuration > ProjectTime::zero()) {
         TimelineValidator::validate(timeline, sourceDuration, deviceFrameCatalog);
     }
@@ -58,10 +75,6 @@ void preserveTimelineMigrationBackups(const std::string& existingBytes, std::int
     }
 }
 
-std::string emptyDigest() {
-    return sha256Hex(std::string_view{});
-}
-
 // The caption file as a guarded write sees it: its bytes, which must decode
 // as a caption document, and their digest; or no bytes and the digest of no
 // bytes when there is no such file.
@@ -71,12 +84,11 @@ struct CaptionsFile {
 };
 
 CaptionsFile checkedCaptionsFile(const ProjectPackage& package) {
-    if (!fileExists(package.captionsURL())) {
-        return {std::nullopt, emptyDigest()};
+    std::optional<std::string> bytes = bytesIfPresent(package.captionsURL());
+    if (bytes) {
+        json::decodeDocument<CaptionDocument>(*bytes);
     }
-    std::string bytes = readFileBytes(package.captionsURL());
-    json::decodeDocument<CaptionDocument>(bytes);
-    std::string digest = sha256Hex(bytes);
+    std::string digest = digestOf(bytes);
     return {std::move(bytes), std::move(digest)};
 }
 
@@ -98,8 +110,8 @@ TimelineCommitResult replaceTimeline(const ProjectStore& store, const EditTimeli
         captionsLock.emplace(package.captionsLockURL());
     }
 
-    const std::string oldBytes = readFileBytes(package.timelineURL());
-    const std::string actualDigest = sha256Hex(oldBytes);
+    const std::optional<std::string> oldBytes = bytesIfPresent(package.timelineURL());
+    const std::string actualDigest = digestOf(oldBytes);
     if (actualDigest != replacement.expectedDigest) {
         throw ProjectStoreError::timelineDigestConflict(replacement.expectedDigest, actualDigest);
     }
@@ -116,12 +128,14 @@ TimelineCommitResult replaceTimeline(const ProjectStore& store, const EditTimeli
     if (sourceDuration > ProjectTime::zero()) {
         TimelineValidator::validate(timeline, sourceDuration, store.deviceFrameCatalog());
     }
-    const std::int64_t existingSchema = storedSchemaVersion(oldBytes);
-
-    if (replacement.preservesHistory) {
-        DocumentHistory::writeEntry(package.timelineHistoryDirectory(), oldBytes);
+    // Without a file there is nothing to keep in history or to back up.
+    if (oldBytes) {
+        const std::int64_t existingSchema = storedSchemaVersion(*oldBytes);
+        if (replacement.preservesHistory) {
+            DocumentHistory::writeEntry(package.timelineHistoryDirectory(), *oldBytes);
+        }
+        preserveTimelineMigrationBackups(*oldBytes, existingSchema, timeline.schemaVersion, package);
     }
-    preserveTimelineMigrationBackups(oldBytes, existingSchema, timeline.schemaVersion, package);
     writeFileAtomically(package.timelineURL(), newBytes);
 
     TimelineCommitResult result;
@@ -137,7 +151,7 @@ TimelineCommitResult replaceTimeline(const ProjectStore& store, const EditTimeli
 }
 
 void requireTimelineDigest(const ProjectPackage& package, const std::string& expectedDigest) {
-    const std::string actualDigest = sha256HexOfFile(package.timelineURL());
+    const std::string actualDigest = digestOf(bytesIfPresent(package.timelineURL()));
     if (actualDigest != expectedDigest) {
         throw ProjectStoreError::timelineDigestConflict(expectedDigest, actualDigest);
     }
@@ -177,19 +191,19 @@ std::string replaceCaptions(const ProjectStore& store, const CaptionDocument& do
 } // namespace
 
 std::string ProjectStore::timelineDigest(const ProjectPackage& package) const {
-    return sha256HexOfFile(package.timelineURL());
+    return digestOf(bytesIfPresent(package.timelineURL()));
 }
 
 EditTimeline ProjectStore::readTimeline(const ProjectPackage& package, ProjectTime sourceDuration,
                                         bool hasWebcam) const {
-    return decodedTimeline(readFileBytes(package.timelineURL()), sourceDuration, hasWebcam,
+    return decodedTimeline(bytesIfPresent(package.timelineURL()), sourceDuration, hasWebcam,
                            deviceFrameCatalog_);
 }
 
 TimelineState ProjectStore::readTimelineState(const ProjectPackage& package, ProjectTime sourceDuration,
                                               bool hasWebcam) const {
-    const std::string bytes = readFileBytes(package.timelineURL());
-    return {decodedTimeline(bytes, sourceDuration, hasWebcam, deviceFrameCatalog_), sha256Hex(bytes)};
+    const std::optional<std::string> bytes = bytesIfPresent(package.timelineURL());
+    return {decodedTimeline(bytes, sourceDuration, hasWebcam, deviceFrameCatalog_), digestOf(bytes)};
 }
 
 void ProjectStore::writeTimeline(const EditTimeline& timeline, const ProjectPackage& package) {
@@ -243,18 +257,15 @@ TimelineCommitResult ProjectStore::restoreTimeline(std::int64_t index, const std
 }
 
 std::string ProjectStore::captionsDigest(const ProjectPackage& package) const {
-    if (!fileExists(package.captionsURL())) {
-        return emptyDigest();
-    }
-    return sha256HexOfFile(package.captionsURL());
+    return digestOf(bytesIfPresent(package.captionsURL()));
 }
 
 CaptionsState ProjectStore::captionsState(const ProjectPackage& package) const {
-    if (!fileExists(package.captionsURL())) {
-        return {std::nullopt, emptyDigest()};
+    const std::optional<std::string> bytes = bytesIfPresent(package.captionsURL());
+    if (!bytes) {
+        return {std::nullopt, digestOf(bytes)};
     }
-    const std::string bytes = readFileBytes(package.captionsURL());
-    return {json::decodeDocument<CaptionDocument>(bytes), sha256Hex(bytes)};
+    return {json::decodeDocument<CaptionDocument>(*bytes), digestOf(bytes)};
 }
 
 std::string ProjectStore::commitCaptions(const CaptionDocument& document,

@@ -281,18 +281,10 @@ ProjectSnapshot ProjectStore::loadSnapshot(const ProjectPackage& package) const 
                                  : CursorAssetStore::readDescriptors(package.cursorAssetsDirectory());
     snapshot.cursorAssets = CursorAssetStore::readPayloads(package.rootURL, descriptors);
 
-    std::error_code error;
-    const EditTimeline stored = std::filesystem::exists(package.timelineURL(), error)
-                                    ? json::decodeDocument<EditTimeline>(readFileBytes(package.timelineURL()))
-                                    : EditTimeline::empty();
-    snapshot.timeline = stored.normalized(manifest.duration, manifest.webcam.has_value());
-    if (manifest.duration > ProjectTime::zero()) {
-        TimelineValidator::validate(snapshot.timeline, manifest.duration, deviceFrameCatalog_);
-    }
+    snapshot.timeline = readTimeline(package, manifest.duration, manifest.webcam.has_value());
 
-    if (std::filesystem::exists(package.captionsURL(), error)) {
-        snapshot.captions = json::decodeDocument<CaptionDocument>(readFileBytes(package.captionsURL()))
-                                .validated(manifest.duration);
+    if (const std::optional<CaptionDocument> captions = captionsState(package).document) {
+        snapshot.captions = captions->validated(manifest.duration);
     }
 
     // A background image that is missing or was changed on disk is left out:

@@ -3,7 +3,7 @@
 // The live status that a running recording shows to people.
 
 #include "project/document/ProjectManifest.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 
 #include <array>

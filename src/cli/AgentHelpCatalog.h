@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 
 #include <string_view>
 

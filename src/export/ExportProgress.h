@@ -4,7 +4,7 @@
 // the user, a throttle for frame reports, and an estimate of the time left.
 // The exporter only reports; the caller keeps the clock and the estimator.
 
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 
 #include <array>
 #include <chrono>

@@ -1,11 +1,12 @@
 #include "platform/SignalCancellation.h"
 
+#include "shared/Checked.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <poll.h>
 #include <pthread.h>
-#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -25,16 +26,17 @@ sigset_t cancellationSignals() {
 SignalCancellation::SignalCancellation() {
     const sigset_t signals = cancellationSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    signalDescriptor_ = ::signalfd(-1, &signals, SFD_CLOEXEC);
-    wakeDescriptor_ = ::eventfd(0, EFD_CLOEXEC);
-    if (signalDescriptor_ < 0 || wakeDescriptor_ < 0) {
-        closeDescriptors();
-        throw std::runtime_error("cannot watch for termination signals");
+    signalDescriptor_ = FileDescriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
+    wakeDescriptor_ = FileDescriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!signalDescriptor_.isOpen() || !wakeDescriptor_.isOpen()) {
+        // Two descriptors at the start of a process: only a broken system has none.
+        programmingFault("cannot watch for termination signals");
     }
     // The watcher sleeps until a signal arrives or the destructor wakes it.
     watcher_ = std::jthread([this] {
         for (;;) {
-            std::array<pollfd, 2> descriptors{{{signalDescriptor_, POLLIN, 0}, {wakeDescriptor_, POLLIN, 0}}};
+            std::array<pollfd, 2> descriptors{
+                {{signalDescriptor_.get(), POLLIN, 0}, {wakeDescriptor_.get(), POLLIN, 0}}};
             if (::poll(descriptors.data(), descriptors.size(), -1) < 0) {
                 if (errno == EINTR) {
                     continue;
@@ -45,7 +47,7 @@ SignalCancellation::SignalCancellation() {
                 return;
             }
             signalfd_siginfo info{};
-            if (::read(signalDescriptor_, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+            if (::read(signalDescriptor_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
                 receivedSignal_.store(static_cast<int>(info.ssi_signo));
                 source_.request_stop();
             }
@@ -55,22 +57,10 @@ SignalCancellation::SignalCancellation() {
 
 SignalCancellation::~SignalCancellation() {
     const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(wakeDescriptor_, &one, sizeof one);
+    [[maybe_unused]] const ssize_t written = ::write(wakeDescriptor_.get(), &one, sizeof one);
     if (watcher_.joinable()) {
         watcher_.join();
     }
-    closeDescriptors();
-}
-
-void SignalCancellation::closeDescriptors() noexcept {
-    if (signalDescriptor_ >= 0) {
-        ::close(signalDescriptor_);
-    }
-    if (wakeDescriptor_ >= 0) {
-        ::close(wakeDescriptor_);
-    }
-    signalDescriptor_ = -1;
-    wakeDescriptor_ = -1;
 }
 
 } // namespace rilo::platform

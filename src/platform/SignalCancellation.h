@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shared/FileDescriptor.h"
+
 #include <atomic>
 #include <stop_token>
 #include <thread>
@@ -27,10 +29,8 @@ public:
     int receivedSignal() const noexcept { return receivedSignal_.load(); }
 
 private:
-    void closeDescriptors() noexcept;
-
-    int signalDescriptor_ = -1;
-    int wakeDescriptor_ = -1;
+    FileDescriptor signalDescriptor_;
+    FileDescriptor wakeDescriptor_;
     std::stop_source source_;
     std::atomic<int> receivedSignal_{0};
     std::jthread watcher_;

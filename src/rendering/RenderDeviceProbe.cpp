@@ -1,5 +1,7 @@
 #include "rendering/RenderDeviceProbe.h"
 
+#include "shared/FileDescriptor.h"
+
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <algorithm>
@@ -37,25 +39,21 @@ class SilencedStandardError {
 public:
     SilencedStandardError()
         : saved_(::dup(STDERR_FILENO)) {
-        const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (saved_ >= 0 && null >= 0) {
-            ::dup2(null, STDERR_FILENO);
-        }
-        if (null >= 0) {
-            ::close(null);
+        const FileDescriptor null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+        if (saved_.isOpen() && null.isOpen()) {
+            ::dup2(null.get(), STDERR_FILENO);
         }
     }
     ~SilencedStandardError() {
-        if (saved_ >= 0) {
-            ::dup2(saved_, STDERR_FILENO);
-            ::close(saved_);
+        if (saved_.isOpen()) {
+            ::dup2(saved_.get(), STDERR_FILENO);
         }
     }
     SilencedStandardError(const SilencedStandardError&) = delete;
     SilencedStandardError& operator=(const SilencedStandardError&) = delete;
 
 private:
-    int saved_;
+    FileDescriptor saved_;
 };
 
 // One initialised display on an EGL device, terminated on destruction.

@@ -1,7 +1,9 @@
 #include "shared/Files.h"
 
 #include "shared/Errors.h"
+#include "shared/FileDescriptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -15,36 +17,34 @@ std::string describe(const std::filesystem::path& path, int error) {
     return "无法写入文件：" + path.string() + "（" + std::strerror(error) + "）";
 }
 
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) noexcept
-        : fd_(fd) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() { close(); }
-    int get() const noexcept { return fd_; }
-    int close() noexcept {
-        const int result = fd_ >= 0 ? ::close(fd_) : 0;
-        fd_ = -1;
-        return result;
-    }
-
-private:
-    int fd_;
-};
 } // namespace
 
 std::string readFileBytes(const std::filesystem::path& path) {
+    std::string contents;
+    readFileBytes(path, contents, 0);
+    return contents;
+}
+
+void readFileBytes(const std::filesystem::path& path, std::string& contents, std::size_t spareCapacity) {
     // Plain reads, so that every failure is seen: a stream would read a
     // directory, or a file failing part way, as empty or short contents.
-    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         throw FileError("无法读取文件：" + path.string());
     }
-    std::string contents;
-    char buffer[65536];
+    contents.clear();
+    // The size is a hint: a file that grows or shrinks meanwhile is read to its end.
+    constexpr std::size_t step = 65536;
+    contents.reserve(static_cast<std::size_t>(std::max<off_t>(status.st_size, 0)) + step + spareCapacity);
     for (;;) {
-        const ssize_t n = ::read(file.get(), buffer, sizeof buffer);
+        const std::size_t used = contents.size();
+        if (contents.capacity() < used + step + spareCapacity) {
+            contents.reserve(2 * (used + step + spareCapacity));
+        }
+        contents.resize(used + step);
+        const ssize_t n = ::read(file.get(), contents.data() + used, step);
+        contents.resize(used + static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -52,9 +52,15 @@ std::string readFileBytes(const std::filesystem::path& path) {
             throw FileError("无法读取文件：" + path.string());
         }
         if (n == 0) {
-            return contents;
+            return;
         }
-        contents.append(buffer, static_cast<std::size_t>(n));
+    }
+}
+
+void syncDirectory(const std::filesystem::path& directory) noexcept {
+    const FileDescriptor handle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (handle.isOpen()) {
+        ::fsync(handle.get());
     }
 }
 
@@ -95,10 +101,7 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
         throw FileError(describe(path, error));
     }
     // Make the rename itself durable.
-    FileDescriptor directoryHandle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (directoryHandle.get() >= 0) {
-        ::fsync(directoryHandle.get());
-    }
+    syncDirectory(directory);
 }
 
 } // namespace rilo

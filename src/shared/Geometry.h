@@ -3,6 +3,8 @@
 // Points, sizes and rectangles in doubles (positions inside a picture are
 // normalised 0..1 from the top left), and even pixel sizes for encoders.
 
+#include "shared/JsonNames.h"
+
 #include <cstdint>
 
 namespace rilo {
@@ -55,3 +57,33 @@ struct PixelSize {
 };
 
 } // namespace rilo
+
+namespace rilo::json {
+
+// JSON keys of the geometry values; every key is required.
+template <>
+struct RecordFields<PointValue> {
+    static constexpr auto fields = std::tuple{field("x", &PointValue::x), field("y", &PointValue::y)};
+};
+
+template <>
+struct RecordFields<SizeValue> {
+    static constexpr auto fields =
+        std::tuple{field("width", &SizeValue::width), field("height", &SizeValue::height)};
+};
+
+template <>
+struct RecordFields<RectValue> {
+    static constexpr auto fields =
+        std::tuple{field("x", &RectValue::x), field("y", &RectValue::y), field("width", &RectValue::width),
+                   field("height", &RectValue::height)};
+};
+
+// Decoded as stored, without the even-size normalisation.
+template <>
+struct RecordFields<PixelSize> {
+    static constexpr auto fields =
+        std::tuple{field("width", &PixelSize::width), field("height", &PixelSize::height)};
+};
+
+} // namespace rilo::json

@@ -8,9 +8,12 @@
 // failed; encode(value) builds a nlohmann::json whose objects are
 // key-sorted maps. ObjectReader implements the decoding rules shared by every
 // document: required keys, defaults for missing keys, absent optionals, and
-// enumerations by their raw strings only.
+// enumerations by their raw strings only. How values are named (enumeration
+// words, record keys) is in JsonNames.h, which value headers include without
+// this one.
 
 #include "shared/Errors.h"
+#include "shared/JsonNames.h"
 
 #include <array>
 #include <cstdint>
@@ -19,6 +22,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -156,36 +160,6 @@ struct Codec<std::string> {
     static Json encode(const std::string& value) { return value; }
 };
 
-// Enumerations are stored as their raw strings. A type opts in by
-// specialising EnumNames with a constexpr array `entries` of (case, raw) pairs.
-template <class E>
-struct EnumNames;
-
-template <class E>
-concept NamedEnum = requires {
-    EnumNames<E>::entries;
-};
-
-template <NamedEnum E>
-constexpr std::string_view rawValue(E value) noexcept {
-    for (const auto& [candidate, raw] : EnumNames<E>::entries) {
-        if (candidate == value) {
-            return raw;
-        }
-    }
-    return {};
-}
-
-template <NamedEnum E>
-constexpr std::optional<E> enumFromRaw(std::string_view raw) noexcept {
-    for (const auto& [candidate, name] : EnumNames<E>::entries) {
-        if (name == raw) {
-            return candidate;
-        }
-    }
-    return std::nullopt;
-}
-
 [[noreturn]] void throwUnknownEnumValue(const std::string& path, const std::string& raw);
 
 template <NamedEnum E>
@@ -227,6 +201,48 @@ requires(std::is_integral_v<I> && !std::is_same_v<I, bool>) struct Codec<I> {
         }
     }
     static Json encode(I value) { return value; }
+};
+
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+
+template <Record T>
+struct Codec<T> {
+    static T decode(const Json& value, const std::string& path) {
+        const ObjectReader reader(value, path);
+        T record{};
+        std::apply([&](const auto&... fields) { (readField(reader, fields, record), ...); },
+                   RecordFields<T>::fields);
+        return record;
+    }
+
+    static Json encode(const T& record) {
+        ObjectBuilder builder;
+        std::apply([&](const auto&... fields) { (writeField(builder, fields, record), ...); },
+                   RecordFields<T>::fields);
+        return builder.build();
+    }
+
+private:
+    template <class Value>
+    static void readField(const ObjectReader& reader, const Field<T, Value>& field, T& record) {
+        if constexpr (IsOptional<Value>::value) {
+            record.*field.member = reader.optional<typename Value::value_type>(field.key);
+        } else {
+            record.*field.member = reader.required<Value>(field.key);
+        }
+    }
+
+    template <class Value>
+    static void writeField(ObjectBuilder& builder, const Field<T, Value>& field, const T& record) {
+        if constexpr (IsOptional<Value>::value) {
+            builder.setIfPresent(field.key, record.*field.member);
+        } else {
+            builder.set(field.key, record.*field.member);
+        }
+    }
 };
 
 template <class T>

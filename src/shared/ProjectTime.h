@@ -5,6 +5,7 @@
 // permille and the fixed 60 fps grid on which every edit time snaps.
 
 #include "shared/Checked.h"
+#include "shared/JsonNames.h"
 
 #include <compare>
 #include <cstdint>
@@ -84,3 +85,19 @@ ProjectTime ceilingBoundary(ProjectTime t) noexcept;
 } // namespace TimelineFrameGrid
 
 } // namespace rilo
+
+namespace rilo::json {
+
+// JSON keys of the time values.
+template <>
+struct RecordFields<ProjectTime> {
+    static constexpr auto fields = std::tuple{field("nanoseconds", &ProjectTime::nanoseconds)};
+};
+
+template <>
+struct RecordFields<ProjectTimeRange> {
+    static constexpr auto fields =
+        std::tuple{field("start", &ProjectTimeRange::start), field("duration", &ProjectTimeRange::duration)};
+};
+
+} // namespace rilo::json

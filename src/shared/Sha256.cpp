@@ -1,5 +1,6 @@
 #include "shared/Sha256.h"
 
+#include "shared/Checked.h"
 #include "shared/Files.h"
 
 #include <array>
@@ -32,7 +33,7 @@ std::string sha256Hex(std::string_view bytes) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1) {
-        throw std::runtime_error("SHA-256 failed");
+        programmingFault("SHA-256 failed");
     }
     return hexDigits(digest.data(), length);
 }
@@ -40,17 +41,17 @@ std::string sha256Hex(std::string_view bytes) {
 std::string sha256Hex(std::span<const std::string_view> parts) {
     const std::unique_ptr<EVP_MD_CTX, DigestContextDeleter> context(EVP_MD_CTX_new());
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
-        throw std::runtime_error("SHA-256 failed");
+        programmingFault("SHA-256 failed");
     }
     for (const std::string_view part : parts) {
         if (EVP_DigestUpdate(context.get(), part.data(), part.size()) != 1) {
-            throw std::runtime_error("SHA-256 failed");
+            programmingFault("SHA-256 failed");
         }
     }
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     if (EVP_DigestFinal_ex(context.get(), digest.data(), &length) != 1) {
-        throw std::runtime_error("SHA-256 failed");
+        programmingFault("SHA-256 failed");
     }
     return hexDigits(digest.data(), length);
 }

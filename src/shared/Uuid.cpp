@@ -1,5 +1,7 @@
 #include "shared/Uuid.h"
 
+#include "shared/Checked.h"
+
 #include <cerrno>
 #include <stdexcept>
 #include <sys/random.h>
@@ -34,7 +36,7 @@ Uuid Uuid::random() {
             if (errno == EINTR) {
                 continue;
             }
-            throw std::runtime_error("no random bytes for a UUID");
+            programmingFault("no random bytes for a UUID");
         }
         filled += static_cast<std::size_t>(n);
     }

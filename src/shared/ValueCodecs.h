@@ -14,48 +14,11 @@ namespace rilo::json {
 inline constexpr std::string_view invalidPlaybackRateMessage =
     "播放倍率必须是0.50至4.00之间、步进0.01的有限数值。";
 
-template <>
-struct Codec<ProjectTime> {
-    static ProjectTime decode(const Json& value, const std::string& path);
-    static Json encode(ProjectTime value);
-};
-
-template <>
-struct Codec<ProjectTimeRange> {
-    static ProjectTimeRange decode(const Json& value, const std::string& path);
-    static Json encode(const ProjectTimeRange& value);
-};
-
 // A bare number, the multiplier.
 template <>
 struct Codec<TimelinePlaybackRate> {
     static TimelinePlaybackRate decode(const Json& value, const std::string& path);
     static Json encode(TimelinePlaybackRate value);
-};
-
-template <>
-struct Codec<PointValue> {
-    static PointValue decode(const Json& value, const std::string& path);
-    static Json encode(const PointValue& value);
-};
-
-template <>
-struct Codec<SizeValue> {
-    static SizeValue decode(const Json& value, const std::string& path);
-    static Json encode(const SizeValue& value);
-};
-
-template <>
-struct Codec<RectValue> {
-    static RectValue decode(const Json& value, const std::string& path);
-    static Json encode(const RectValue& value);
-};
-
-// Decoded as stored, without the even-size normalisation.
-template <>
-struct Codec<PixelSize> {
-    static PixelSize decode(const Json& value, const std::string& path);
-    static Json encode(const PixelSize& value);
 };
 
 template <>

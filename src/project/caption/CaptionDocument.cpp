@@ -1,5 +1,7 @@
 #include "project/caption/CaptionDocument.h"
 
+#include "shared/Checked.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -69,7 +71,7 @@ icu::BreakIterator& characterBreakIterator() {
         std::unique_ptr<icu::BreakIterator> made(
             icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
         if (U_FAILURE(status) || !made) {
-            throw std::runtime_error("ICU character break iterator unavailable");
+            programmingFault("ICU character break iterator unavailable");
         }
         return made;
     }();

@@ -2,14 +2,13 @@
 
 // The canvas behind the recording: output aspect ratio, background (a preset
 // colour pair or a picture), padding around the video and its corner radius.
-//
-// Enumerations have no members in C++, so what the document calls
-// `CanvasAspectRatio.value(sourceSize)`, `CanvasBackgroundPreset.background`,
-// `.gradients` and so on are the free functions and constants below;
-// `CanvasEdit.default` is CanvasEdit::defaultValue().
+// What belongs to an aspect ratio or a background preset (the ratio for a
+// source size, a preset's colours) is given by the free functions and
+// constants beside the enumerations. CanvasEdit::defaultValue() is the canvas
+// of a new timeline.
 
 #include "shared/Geometry.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 
 #include <array>
 #include <optional>

@@ -6,7 +6,7 @@
 
 #include "project/document/ProjectManifest.h"
 #include "shared/Geometry.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 
 #include <array>
@@ -118,24 +118,40 @@ struct EnumNames<MousePhase> {
     }};
 };
 
-// Every key is required except MouseEvent's isInsideSource, which is left
-// out when absent.
+// The chunk records. Every key is required except MouseEvent's
+// isInsideSource, which is left out when absent.
 template <>
-struct Codec<MouseEvent> {
-    static MouseEvent decode(const Json& value, const std::string& path);
-    static Json encode(const MouseEvent& value);
+struct RecordFields<MouseEvent> {
+    static constexpr auto fields = std::tuple{
+        field("rawTimestampNanoseconds", &MouseEvent::rawTimestampNanoseconds),
+        field("time", &MouseEvent::time),
+        field("globalPoint", &MouseEvent::globalPoint),
+        field("localPoint", &MouseEvent::localPoint),
+        field("normalizedPoint", &MouseEvent::normalizedPoint),
+        field("geometryRevision", &MouseEvent::geometryRevision),
+        field("button", &MouseEvent::button),
+        field("phase", &MouseEvent::phase),
+        field("isInsideSource", &MouseEvent::isInsideSource),
+    };
 };
 
 template <>
-struct Codec<GeometrySample> {
-    static GeometrySample decode(const Json& value, const std::string& path);
-    static Json encode(const GeometrySample& value);
+struct RecordFields<GeometrySample> {
+    static constexpr auto fields = std::tuple{
+        field("time", &GeometrySample::time),
+        field("revision", &GeometrySample::revision),
+        field("globalWindowFrame", &GeometrySample::globalWindowFrame),
+        field("sourceContentSize", &GeometrySample::sourceContentSize),
+        field("encodedPixelSize", &GeometrySample::encodedPixelSize),
+        field("contentRectInEncodedFrame", &GeometrySample::contentRectInEncodedFrame),
+        field("scaleFactor", &GeometrySample::scaleFactor),
+    };
 };
 
 template <>
-struct Codec<CursorShapeSample> {
-    static CursorShapeSample decode(const Json& value, const std::string& path);
-    static Json encode(const CursorShapeSample& value);
+struct RecordFields<CursorShapeSample> {
+    static constexpr auto fields =
+        std::tuple{field("time", &CursorShapeSample::time), field("assetID", &CursorShapeSample::assetID)};
 };
 
 } // namespace rilo::json

@@ -2,7 +2,7 @@
 
 // The kinds of track a recording's media file may hold.
 
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 
 #include <array>
 #include <string_view>

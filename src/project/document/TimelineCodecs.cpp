@@ -26,6 +26,17 @@ Uuid idOrFresh(const json::ObjectReader& reader) {
 
 namespace rilo::json {
 
+ClickEffectStyle Codec<ClickEffectStyle>::decode(const Json& value, const std::string& path) {
+    const auto raw = Codec<std::string>::decode(value, path);
+    if (const auto style = enumFromRaw<ClickEffectStyle>(raw)) {
+        return *style;
+    }
+    if (raw == "soft-glow") {
+        return ClickEffectStyle::solidPulse;
+    }
+    throw DecodingError(std::string(unsupportedClickEffectStyleMessage) + raw);
+}
+
 template <>
 struct EnumNames<LegacyWebcamShape> {
     static constexpr std::array<std::pair<LegacyWebcamShape, std::string_view>, 2> entries{{

@@ -16,6 +16,17 @@
 
 namespace rilo::json {
 
+// The failure of an unknown click effect word; the word follows it.
+inline constexpr std::string_view unsupportedClickEffectStyleMessage = "Unsupported click effect style: ";
+
+// Accepts the older word "soft-glow" as solid-pulse; any other unknown word
+// fails with unsupportedClickEffectStyleMessage.
+template <>
+struct Codec<ClickEffectStyle> {
+    static ClickEffectStyle decode(const Json& value, const std::string& path);
+    static Json encode(ClickEffectStyle value) { return std::string(rawValue(value)); }
+};
+
 template <>
 struct Codec<CanvasColorValue> {
     static CanvasColorValue decode(const Json& value, const std::string& path);

@@ -75,18 +75,3 @@ double clamped(double amount) noexcept {
 } // namespace MotionBlurRules
 
 } // namespace rilo
-
-namespace rilo::json {
-
-ClickEffectStyle Codec<ClickEffectStyle>::decode(const Json& value, const std::string& path) {
-    const auto raw = Codec<std::string>::decode(value, path);
-    if (const auto style = enumFromRaw<ClickEffectStyle>(raw)) {
-        return *style;
-    }
-    if (raw == "soft-glow") {
-        return ClickEffectStyle::solidPulse;
-    }
-    throw DecodingError(std::string(unsupportedClickEffectStyleMessage) + raw);
-}
-
-} // namespace rilo::json

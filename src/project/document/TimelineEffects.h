@@ -4,13 +4,13 @@
 // drawing, audio mix, zooms, annotations and motion blur. All times are
 // source times.
 //
-// `CursorEdit.default` is CursorEdit::defaultValue(), which is also what a
-// default-constructed value holds; likewise for AudioMixEdit.
+// CursorEdit::defaultValue() is what a default-constructed value holds;
+// likewise for AudioMixEdit.
 
 #include "project/document/CanvasEdit.h"
 #include "project/document/MediaTrackKind.h"
 #include "shared/Geometry.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"
 
@@ -127,17 +127,6 @@ struct EnumNames<ClickEffectStyle> {
         {ClickEffectStyle::ring, "ring"},
         {ClickEffectStyle::ringAndPress, "ring-and-press"},
     }};
-};
-
-// The failure of an unknown click effect word; the word follows it.
-inline constexpr std::string_view unsupportedClickEffectStyleMessage = "Unsupported click effect style: ";
-
-// Accepts the older word "soft-glow" as solid-pulse; any other unknown word
-// fails with unsupportedClickEffectStyleMessage.
-template <>
-struct Codec<ClickEffectStyle> {
-    static ClickEffectStyle decode(const Json& value, const std::string& path);
-    static Json encode(ClickEffectStyle value) { return std::string(rawValue(value)); }
 };
 
 template <>

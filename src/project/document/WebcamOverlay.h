@@ -3,13 +3,12 @@
 // Where the webcam picture sits on the output: its base placement, its
 // movement over time (keyframes) and the stretches where it fills the screen.
 //
-// `WebcamOverlay.default` is WebcamOverlay::defaultValue(), which is also what
-// a default-constructed overlay holds. The full constructor keeps the corner
-// radius and border width inside their limits, as decoding does; assigning
-// the public fields afterwards does not.
+// WebcamOverlay::defaultValue() is what a default-constructed overlay holds. The full constructor keeps the
+// corner radius and border width inside their limits, as decoding does; assigning the public fields
+// afterwards does not.
 
 #include "shared/Geometry.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"
 

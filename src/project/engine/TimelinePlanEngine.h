@@ -22,7 +22,7 @@
 #include "project/engine/TimelinePlanError.h"
 #include "project/engine/TimelineSpeedEngine.h"
 #include "shared/Geometry.h"
-#include "shared/Json.h"
+#include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"
 

@@ -5,30 +5,30 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 namespace rilo {
 
 AdvisoryFileLock::AdvisoryFileLock(const std::filesystem::path& path) {
+    int fd = -1;
     do {
-        fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    } while (fd_ < 0 && errno == EINTR);
-    if (fd_ < 0) {
+        fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    } while (fd < 0 && errno == EINTR);
+    file_ = FileDescriptor(fd);
+    if (!file_.isOpen()) {
         throw ProjectStoreError::timelineLockUnavailable();
     }
     int result = 0;
     do {
-        result = ::flock(fd_, LOCK_EX);
+        result = ::flock(file_.get(), LOCK_EX);
     } while (result != 0 && errno == EINTR);
     if (result != 0) {
-        ::close(fd_);
         throw ProjectStoreError::timelineLockUnavailable();
     }
 }
 
 AdvisoryFileLock::~AdvisoryFileLock() {
-    ::flock(fd_, LOCK_UN);
-    ::close(fd_);
+    // Closing releases the lock too; unlocking first says so plainly.
+    ::flock(file_.get(), LOCK_UN);
 }
 
 } // namespace rilo

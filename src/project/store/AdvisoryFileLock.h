@@ -6,6 +6,8 @@
 // limit. Within one process two locks on the same file also exclude each
 // other, so one thread must never take the same lock twice.
 
+#include "shared/FileDescriptor.h"
+
 #include <filesystem>
 
 namespace rilo {
@@ -23,7 +25,7 @@ public:
     AdvisoryFileLock& operator=(const AdvisoryFileLock&) = delete;
 
 private:
-    int fd_ = -1;
+    FileDescriptor file_;
 };
 
 } // namespace rilo

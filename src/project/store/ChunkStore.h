@@ -22,14 +22,13 @@
 // - Destruction waits for the chunks already handed to the I/O thread and
 //   drops what is still in the buffer: call flush() first to keep it.
 
-#include "project/store/FastChunkDecoding.h"
+#include "project/store/ChunkDecoding.h"
 #include "shared/Json.h"
 #include "shared/ProjectTime.h"
+#include "shared/SerialQueue.h"
 
 #include <concepts>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -37,7 +36,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -71,43 +69,11 @@ std::int64_t prepareDirectory(const std::filesystem::path& directory);
 // Throws FileError.
 void write(const std::filesystem::path& directory, std::int64_t index, std::string_view bytes);
 
-// The JSON of one chunk file. Throws FileError when it cannot be read and
-// json::DecodingError, naming the file, when it is not JSON.
-json::Json read(const std::filesystem::path& file);
-
-// One serial background thread: tasks run one after another in the order
-// they were queued. Tasks must not throw.
-class SerialQueue {
-public:
-    explicit SerialQueue(std::string_view label);
-    // Runs every queued task, then ends the thread.
-    ~SerialQueue() = default;
-    SerialQueue(const SerialQueue&) = delete;
-    SerialQueue& operator=(const SerialQueue&) = delete;
-
-    void async(std::function<void()> task);
-    // Returns once every task queued before it has run. Not to be called from a task.
-    void sync();
-
-private:
-    void run(const std::stop_token& stop);
-
-    std::string label_;
-    std::mutex mutex_;
-    std::condition_variable_any wakeUp_;
-    std::deque<std::function<void()>> tasks_;
-    // Last, so that it is joined before the queue it drains goes away.
-    std::jthread thread_;
-};
-
 } // namespace ChunkFiles
 
+// Samples are records: their keys are spelled once, for the writer and the reader.
 template <class T>
-concept ChunkSample = std::movable<T> && std::copy_constructible<T> &&
-    requires(const T& sample, const json::Json& value) {
-    { json::Codec<T>::encode(sample) } -> std::convertible_to<json::Json>;
-    { json::Codec<T>::decode(value, std::string()) } -> std::convertible_to<T>;
-};
+concept ChunkSample = std::movable<T> && std::copy_constructible<T> && json::Record<T>;
 
 template <ChunkSample T>
 class ChunkStore {
@@ -181,20 +147,7 @@ public:
     // read or decoded as an array of samples fails the whole read (FileError
     // or json::DecodingError naming the file).
     static std::vector<T> readAll(const std::filesystem::path& directory) {
-        const std::vector<std::filesystem::path> files = ChunkFiles::list(directory);
-        // The sample types of long recordings skip the general JSON tree,
-        // with the same results and failures.
-        if constexpr (FastChunkDecoding::FastChunkSample<T>) {
-            return FastChunkDecoding::readAll<T>(files);
-        } else {
-            std::vector<T> samples;
-            for (const auto& file : files) {
-                auto chunk = json::decode<std::vector<T>>(ChunkFiles::read(file), file.filename().string());
-                samples.insert(samples.end(), std::make_move_iterator(chunk.begin()),
-                               std::make_move_iterator(chunk.end()));
-            }
-            return samples;
-        }
+        return ChunkDecoding::readAll<T>(ChunkFiles::list(directory));
     }
 
 private:
@@ -239,7 +192,7 @@ private:
     std::exception_ptr writeError_;
     // Last: destroyed first, so that queued writes finish while the fields
     // they use are still alive.
-    ChunkFiles::SerialQueue ioQueue_;
+    SerialQueue ioQueue_;
 };
 
 } // namespace rilo

@@ -21,7 +21,7 @@ protected:
     std::string prefix;
 
     void SetUp() override {
-        testing::RecordedPackageSpec spec;
+        testing::RecordedPackageOptions spec;
         spec.movie.duration = ProjectTime::fromSeconds(12);
         spec.clicks = {{ProjectTime::fromMilliseconds(2000), {0.3, 0.3}},
                        {ProjectTime::fromMilliseconds(7000), {0.7, 0.6}}};

@@ -70,8 +70,8 @@ protected:
         return timeline;
     }
 
-    static testing::RecordedPackageSpec threeSecondRecording() {
-        testing::RecordedPackageSpec spec;
+    static testing::RecordedPackageOptions threeSecondRecording() {
+        testing::RecordedPackageOptions spec;
         spec.movie.duration = ProjectTime::fromSeconds(3);
         return spec;
     }
@@ -230,7 +230,7 @@ TEST_F(ReadCommandsEndToEnd, UnknownAndAmbiguousPrefixesExitTwo) {
 TEST_F(ReadCommandsEndToEnd, MediaThatLostAPromisedTrackFailsWithTheResolversText) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     // The microphone (track 2 of the manifest) is gone from the file.
-    testing::RecordingMovieSpec movie = threeSecondRecording().movie;
+    testing::RecordingMovieOptions movie = threeSecondRecording().movie;
     movie.microphone.reset();
     testing::writeRecordingMovie(recorded.package.mediaURL(), movie);
 

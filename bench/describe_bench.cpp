@@ -151,7 +151,7 @@ BuiltPackage buildPackage(ProjectStore& store) {
         store.create(source, options, PixelSize(1920, 1080),
                      MicrophoneDeviceDescriptor{"mic", "Microphone", true}, std::nullopt);
 
-    testing::RecordingMovieSpec movie;
+    testing::RecordingMovieOptions movie;
     movie.duration = ProjectTime::fromSeconds(2);
     const testing::RecordingMovieLayout layout = testing::writeRecordingMovie(package.mediaURL(), movie);
     layout.applyTo(manifest);

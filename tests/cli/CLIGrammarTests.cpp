@@ -290,13 +290,8 @@ TEST(CLIGrammar, ExportPresetsAndTheirOverrides) {
         line.insert(line.end(), more.begin(), more.end());
         return parseAs<command::Export>(line).configuration;
     };
-    EXPECT_EQ(configuration({}), (ExportConfiguration{ExportResolution::p1080, ExportFrameRate::fps60,
-                                                      ExportQuality::standard, ExportCodec::h264}));
     EXPECT_EQ(configuration({"--preset", "high", "--fps", "30"}),
               (ExportConfiguration{ExportResolution::p2160, ExportFrameRate::fps30, ExportQuality::high,
-                                   ExportCodec::h264}));
-    EXPECT_EQ(configuration({"--preset", "compact"}),
-              (ExportConfiguration{ExportResolution::p720, ExportFrameRate::fps30, ExportQuality::compact,
                                    ExportCodec::h264}));
     EXPECT_EQ(configuration({"--hevc", "--quality", "high", "--res", "original", "--fps", "source"}),
               (ExportConfiguration{ExportResolution::original, ExportFrameRate::source, ExportQuality::high,
@@ -325,34 +320,34 @@ TEST(CLIGrammar, ExportPresetsAndTheirOverrides) {
     expectRejected({"export", "ab"}, Case::missingValue, "缺少参数：--out");
 }
 
-TEST(CLIGrammar, OptionsHelpers) {
-    const Line tokens{"--a", "1", "--flag", "--b", "-2.5", "--empty"};
-    const Parser::Options options(tokens);
-    EXPECT_EQ(options.int64("--a"), 1);
-    EXPECT_EQ(options.int64("--missing", 7), 7);
-    EXPECT_EQ(options.optionalInt("--missing"), std::nullopt);
-    EXPECT_EQ(options.doubleValue("--b", std::nullopt, -3, 0), -2.5);
-    EXPECT_TRUE(options.flag("--flag"));
-    EXPECT_FALSE(options.hasValue("--empty"));
-    EXPECT_THROW(options.int64("--a", std::nullopt, 2), CLIArgumentError);
-    EXPECT_THROW(options.rejectValues({"--a"}), CLIArgumentError);
-    EXPECT_NO_THROW(options.rejectValues({"--flag", "--empty"}));
-    EXPECT_THROW(options.rejectUnknown({"--a", "--flag", "--b"}), CLIArgumentError);
-    try {
-        (void)options.required("--empty");
-        ADD_FAILURE();
-    } catch (const CLIArgumentError& error) {
-        EXPECT_EQ(error.message(), "缺少参数：--empty");
+TEST(CLIGrammar, HelpTopics) {
+    EXPECT_EQ(Parser::parse({}), CLICommand(command::Help{}));
+    for (const char* word : {"help", "--help", "-h"}) {
+        EXPECT_EQ(Parser::parse({word}), CLICommand(command::Help{})) << word;
     }
-    try {
-        (void)options.int64("--missing");
-        ADD_FAILURE();
-    } catch (const CLIArgumentError& error) {
-        EXPECT_EQ(error.message(), "缺少参数：--missing");
+    EXPECT_EQ(Parser::parse({"help", "edit-plan"}), CLICommand(command::Help{CLIAgentHelpTopic::editPlan}));
+    EXPECT_EQ(Parser::parse({"-h", "output"}), CLICommand(command::Help{CLIAgentHelpTopic::output}));
+    expectInvalid({"help", "nonsense"}, "help topic");
+    // Topic words are exact: the case name of a topic is not its word.
+    expectInvalid({"help", "editPlan"}, "help topic");
+    expectRejected({"help", "workflow", "captions"}, Case::unexpectedArgument, "无法识别参数：captions");
+}
+
+TEST(CLIGrammar, CommandsWithoutOptions) {
+    EXPECT_EQ(Parser::parse({"list"}), CLICommand(command::List{}));
+    EXPECT_EQ(Parser::parse({"system-info"}), CLICommand(command::SystemInfo{}));
+    EXPECT_EQ(Parser::parse({"describe", "1a2b"}), CLICommand(command::Describe{"1a2b"}));
+    EXPECT_EQ(Parser::parse({"history", "1A"}), CLICommand(command::History{"1A"}));
+    EXPECT_EQ(Parser::parse({"captions-read", "ab"}), CLICommand(command::CaptionsRead{"ab"}));
+    EXPECT_EQ(Parser::parse({"edit-plan-prepare", "ab"}), CLICommand(command::EditPlanPrepare{"ab"}));
+    expectRejected({"list", "--all"}, Case::unexpectedArgument, "无法识别参数：--all");
+    expectRejected({"describe", "ab", "cd"}, Case::unexpectedArgument, "无法识别参数：cd");
+    for (const Line& line : {Line{"describe"}, Line{"describe", ""}, Line{"history", "--json"}}) {
+        expectRejected(line, Case::missingValue, "缺少参数：id");
     }
-    EXPECT_EQ(Parser::audioTrack("microphone"), MediaTrackKind::microphone);
-    EXPECT_EQ(Parser::frameRate("30"), ExportFrameRate::fps30);
-    EXPECT_EQ(Parser::resolution("1080p"), ExportResolution::p1080);
+    for (const char* word : {"nonsense", "Describe", "version", "--list", ""}) {
+        expectRejected({word}, Case::unknownCommand, std::string("未知命令：") + word);
+    }
 }
 
 } // namespace

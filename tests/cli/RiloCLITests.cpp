@@ -38,13 +38,5 @@ TEST(RiloCLIClassify, MapsErrorsToCodesAndExitCodes) {
     EXPECT_FALSE(RiloCLI::validationDetails(ProjectStoreError::historyNotFound(1)).has_value());
 }
 
-TEST(ProjectStoreErrorMessages, CarryTheirValues) {
-    EXPECT_EQ(ProjectStoreError::historyNotFound(12).message(), "找不到历史版本：12");
-    const auto conflict = ProjectStoreError::timelineDigestConflict("aaa", "bbb");
-    EXPECT_EQ(conflict.message(), "Timeline已被其他进程修改，请重新预演。");
-    EXPECT_EQ(conflict.expectedDigest(), "aaa");
-    EXPECT_EQ(conflict.actualDigest(), "bbb");
-}
-
 } // namespace
 } // namespace rilo::cli

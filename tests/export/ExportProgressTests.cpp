@@ -66,12 +66,6 @@ TEST(ExportTimeEstimator, LooksOnlyAtTheLastEightSecondsAndForgetsAStall) {
     EXPECT_DOUBLE_EQ(*resumed, (10'000.0 - 1230) / 100);
 }
 
-TEST(ExportTimeEstimator, ElapsedSecondsBetweenInstants) {
-    const auto start = std::chrono::steady_clock::time_point{};
-    EXPECT_DOUBLE_EQ(ExportTimeEstimator::elapsedSeconds(start, start + std::chrono::milliseconds(2500)),
-                     2.5);
-}
-
 TEST(ExportDurationFormatter, MinutesThenHours) {
     EXPECT_EQ(ExportDurationFormatter::string(0), "00:00");
     EXPECT_EQ(ExportDurationFormatter::string(59.99), "00:59");

@@ -2,18 +2,15 @@
 #include "support/MediaFixture.h"
 #include "support/TemporaryDirectory.h"
 
-#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <numeric>
 
 namespace rilo {
 namespace {
 
-using testing::AudioTrackSpec;
-using testing::RecordingMovieSpec;
-using testing::VideoTrackSpec;
+using testing::RecordingMovieOptions;
+using testing::VideoTrackOptions;
 
 constexpr std::int64_t oneMillisecond = 1'000'000;
 
@@ -22,22 +19,11 @@ void expectNear(ProjectTime actual, ProjectTime expected, std::int64_t tolerance
         << actual.nanoseconds << " ns, expected " << expected.nanoseconds << " ns";
 }
 
-// The loudest sample between two times of a 48 kHz track.
-float peakBetween(const std::vector<float>& samples, double fromSeconds, double toSeconds) {
-    const auto from = std::min(samples.size(), static_cast<std::size_t>(fromSeconds * 48'000));
-    const auto to = std::min(samples.size(), static_cast<std::size_t>(toSeconds * 48'000));
-    float peak = 0;
-    for (auto i = from; i < to; ++i) {
-        peak = std::max(peak, std::fabs(samples[i]));
-    }
-    return peak;
-}
-
 TEST(MediaProbe, ReadsTheTracksOfARecordingInTheOrderTheRecorderAddsThem) {
     testing::TemporaryDirectory directory;
     const auto path = directory / "recording.mov";
-    RecordingMovieSpec spec;
-    spec.webcam = VideoTrackSpec{PixelSize(160, 120), 30};
+    RecordingMovieOptions spec;
+    spec.webcam = VideoTrackOptions{PixelSize(160, 120), 30};
     const auto layout = testing::writeRecordingMovie(path, spec);
 
     const MediaFileInfo info = probeMediaFile(path);
@@ -72,9 +58,9 @@ TEST(MediaProbe, ReadsTheTracksOfARecordingInTheOrderTheRecorderAddsThem) {
 TEST(MediaProbe, FollowsTheSizeRateAndLengthOfTheMovie) {
     testing::TemporaryDirectory directory;
     const auto path = directory / "screen-only.mov";
-    RecordingMovieSpec spec;
+    RecordingMovieOptions spec;
     spec.duration = ProjectTime::fromMilliseconds(2'000);
-    spec.screen = VideoTrackSpec{PixelSize(640, 360), 25};
+    spec.screen = VideoTrackOptions{PixelSize(640, 360), 25};
     spec.systemAudio.reset();
     spec.microphone.reset();
     spec.fragmented = false;
@@ -84,41 +70,6 @@ TEST(MediaProbe, FollowsTheSizeRateAndLengthOfTheMovie) {
     ASSERT_EQ(info.tracks.size(), 1u);
     EXPECT_EQ(info.tracks[0].pixelSize, PixelSize(640, 360));
     expectNear(info.duration, ProjectTime::fromSeconds(2), 2 * oneMillisecond);
-    // Fifty frames at 25 fps, each showing its own number.
-    std::vector<std::int64_t> expected(50);
-    std::iota(expected.begin(), expected.end(), 0);
-    EXPECT_EQ(testing::readFrameNumbers(path, 0), expected);
-}
-
-TEST(MediaProbe, FixturePicturesAndSoundsAreWhereTheyWereAskedFor) {
-    testing::TemporaryDirectory directory;
-    const auto path = directory / "recording.mov";
-    RecordingMovieSpec spec;
-    spec.webcam = VideoTrackSpec{PixelSize(160, 120), 30};
-    spec.microphone = AudioTrackSpec::speech(std::vector<ProjectTimeRange>{
-        {ProjectTime::fromMilliseconds(500), ProjectTime::fromMilliseconds(500)},
-        {ProjectTime::fromMilliseconds(2'000), ProjectTime::fromMilliseconds(600)},
-    });
-    testing::writeRecordingMovie(path, spec);
-
-    std::vector<std::int64_t> frameNumbers(90);
-    std::iota(frameNumbers.begin(), frameNumbers.end(), 0);
-    EXPECT_EQ(testing::readFrameNumbers(path, 0), frameNumbers);
-    EXPECT_EQ(testing::readFrameNumbers(path, 1), frameNumbers);
-
-    const auto systemAudio = testing::readAudioSamples(path, 2);
-    EXPECT_NEAR(peakBetween(systemAudio, 0.05, 2.95), 0.3, 0.05);
-    // The tone starts at time 0 with a rising sine: priming is not heard.
-    EXPECT_NEAR(systemAudio[10], 0.3 * std::sin(2 * 3.141592653589793 * 440 * 10 / 48'000.0), 0.03);
-
-    // Audible inside the ranges, silent outside them (with a margin for the
-    // codec's spread at the edges).
-    const auto microphone = testing::readAudioSamples(path, 3);
-    EXPECT_GT(peakBetween(microphone, 0.55, 0.95), 0.2);
-    EXPECT_GT(peakBetween(microphone, 2.05, 2.55), 0.2);
-    EXPECT_LT(peakBetween(microphone, 0.0, 0.45), 0.01);
-    EXPECT_LT(peakBetween(microphone, 1.05, 1.95), 0.01);
-    EXPECT_LT(peakBetween(microphone, 2.65, 3.0), 0.01);
 }
 
 TEST(MediaProbe, ARecordingCutOffAfterSomeFragmentsKeepsWhatIsWhole) {
@@ -160,7 +111,7 @@ TEST(MediaProbe, WhatIsNoReadableMovieCannotBeOpened) {
     // Without fragments the track descriptions come last, so a file that
     // stops halfway has none.
     const auto truncated = directory / "truncated.mov";
-    RecordingMovieSpec spec;
+    RecordingMovieOptions spec;
     spec.fragmented = false;
     testing::writeRecordingMovie(truncated, spec);
     std::filesystem::resize_file(truncated, std::filesystem::file_size(truncated) / 2);

@@ -61,7 +61,7 @@ TEST_F(ProjectRecoveryTest, ARecordedPackageLoadsWholeAndItsTracksResolve) {
 }
 
 TEST_F(ProjectRecoveryTest, OnlyUnfinishedPackagesWithPlayableVideoAreRecoverable) {
-    testing::RecordedPackageSpec interrupted;
+    testing::RecordedPackageOptions interrupted;
     interrupted.finished = false;
     const auto playable = testing::makeRecordedPackage(store, interrupted);
     testing::makeRecordedPackage(store); // finished: not a candidate
@@ -81,7 +81,7 @@ TEST_F(ProjectRecoveryTest, OnlyUnfinishedPackagesWithPlayableVideoAreRecoverabl
 }
 
 TEST_F(ProjectRecoveryTest, MarkRecoveredCountsTheSamplesAndFinishesThePackage) {
-    testing::RecordedPackageSpec interrupted;
+    testing::RecordedPackageOptions interrupted;
     interrupted.finished = false;
     const auto recorded = testing::makeRecordedPackage(store, interrupted);
     // As after a crash: the manifest still has no counters or cursor assets.

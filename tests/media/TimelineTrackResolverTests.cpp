@@ -10,8 +10,8 @@
 namespace rilo {
 namespace {
 
-using testing::RecordingMovieSpec;
-using testing::VideoTrackSpec;
+using testing::RecordingMovieOptions;
+using testing::VideoTrackOptions;
 
 // One recording with every kind of track, written once for the suite: screen
 // at 0, webcam at 1, system audio at 2, microphone at 3.
@@ -19,8 +19,8 @@ class TimelineTrackResolverTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         directory_ = std::make_unique<testing::TemporaryDirectory>();
-        RecordingMovieSpec spec;
-        spec.webcam = VideoTrackSpec{PixelSize(160, 120), 30};
+        RecordingMovieOptions spec;
+        spec.webcam = VideoTrackOptions{PixelSize(160, 120), 30};
         layout_ = testing::writeRecordingMovie(mediaPath(), spec);
     }
     static void TearDownTestSuite() { directory_.reset(); }

@@ -22,9 +22,7 @@ namespace rilo::testing {
 namespace {
 
 constexpr int audioSampleRate = 48'000;
-constexpr int frameNumberBits = 16;
-constexpr std::uint8_t lightLuma = 235;
-constexpr std::uint8_t darkLuma = 16;
+constexpr double toneAmplitude = 0.3;
 
 struct OutputContextDeleter {
     void operator()(AVFormatContext* context) const noexcept {
@@ -37,16 +35,15 @@ struct OutputContextDeleter {
 using OutputContext = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
 using ffmpeg::CodecContext;
 using ffmpeg::Frame;
-using ffmpeg::InputContext;
 using ffmpeg::Packet;
 
 // Options handed to FFmpeg, which takes out what it uses.
-class Options {
+class FFmpegOptions {
 public:
-    Options() = default;
-    Options(const Options&) = delete;
-    Options& operator=(const Options&) = delete;
-    ~Options() { av_dict_free(&dictionary_); }
+    FFmpegOptions() = default;
+    FFmpegOptions(const FFmpegOptions&) = delete;
+    FFmpegOptions& operator=(const FFmpegOptions&) = delete;
+    ~FFmpegOptions() { av_dict_free(&dictionary_); }
 
     void set(const char* key, const char* value) { av_dict_set(&dictionary_, key, value, 0); }
     AVDictionary** get() noexcept { return &dictionary_; }
@@ -97,82 +94,24 @@ const AVCodec* videoEncoder() {
     fail("no H.264 or MPEG-4 video encoder");
 }
 
-// Luma and chroma of eight colour bars at 75 % (white, yellow, cyan, green,
-// magenta, red, blue, black) in limited-range BT.709.
-struct BarColour {
-    std::uint8_t y, u, v;
-};
-constexpr std::array<BarColour, 8> barColours{{
-    {180, 128, 128},
-    {168, 44, 136},
-    {145, 147, 44},
-    {133, 63, 52},
-    {63, 193, 204},
-    {51, 109, 212},
-    {28, 212, 120},
-    {16, 128, 128},
-}};
-
-int stripHeight(int height) {
-    return std::max(8, (height / 8) & ~1);
-}
-
-// Draws frame `number` of the pattern: the number strip, then bars that move
-// 4 pixels a frame, sideways on the screen and downwards on the webcam.
-void drawPattern(AVFrame& frame, std::int64_t number, bool barsMoveDown) {
-    const int width = frame.width;
-    const int height = frame.height;
-    const int strip = stripHeight(height);
-    const int blockWidth = width / frameNumberBits;
-    const int extent = barsMoveDown ? height : width;
+// Draws frame `number`: a luma ramp that moves 4 pixels a frame, sideways on
+// the screen and downwards on the webcam, so that no two frames are alike.
+void drawPattern(AVFrame& frame, std::int64_t number, bool movesDown) {
+    const int extent = movesDown ? frame.height : frame.width;
     const auto offset = static_cast<int>((number * 4) % extent);
-    // The bar under a position along the direction of motion.
-    const auto barAt = [&](int along) -> const BarColour& {
-        const int shifted = barsMoveDown ? (along - offset + extent) % extent : (along + offset) % extent;
-        return barColours[static_cast<std::size_t>(shifted * 8 / extent)];
-    };
-
-    std::vector<std::uint8_t> stripRow(static_cast<std::size_t>(width), darkLuma);
-    for (int x = 0; x < width; ++x) {
-        const int bit = x / blockWidth;
-        if (bit < frameNumberBits && ((number >> (frameNumberBits - 1 - bit)) & 1) != 0) {
-            stripRow[static_cast<std::size_t>(x)] = lightLuma;
-        }
-    }
-    std::vector<std::uint8_t> barRow(static_cast<std::size_t>(width));
-    for (int x = 0; x < width; ++x) {
-        barRow[static_cast<std::size_t>(x)] = barAt(x).y;
-    }
-    for (int y = 0; y < height; ++y) {
+    for (int y = 0; y < frame.height; ++y) {
         std::uint8_t* row = frame.data[0] + static_cast<std::ptrdiff_t>(y) * frame.linesize[0];
-        if (y < strip) {
-            std::copy(stripRow.begin(), stripRow.end(), row);
-        } else if (barsMoveDown) {
-            std::fill_n(row, width, barAt(y).y);
-        } else {
-            std::copy(barRow.begin(), barRow.end(), row);
+        for (int x = 0; x < frame.width; ++x) {
+            const int along = ((movesDown ? y : x) + extent - offset) % extent;
+            row[x] = static_cast<std::uint8_t>(16 + along * 219 / extent);
         }
     }
-    for (int y = 0; y < height / 2; ++y) {
-        std::uint8_t* uRow = frame.data[1] + static_cast<std::ptrdiff_t>(y) * frame.linesize[1];
-        std::uint8_t* vRow = frame.data[2] + static_cast<std::ptrdiff_t>(y) * frame.linesize[2];
-        for (int x = 0; x < width / 2; ++x) {
-            const bool inStrip = y * 2 < strip;
-            const BarColour& colour = barAt(barsMoveDown ? y * 2 : x * 2);
-            uRow[x] = inStrip ? 128 : colour.u;
-            vRow[x] = inStrip ? 128 : colour.v;
+    for (int plane = 1; plane <= 2; ++plane) {
+        for (int y = 0; y < frame.height / 2; ++y) {
+            std::uint8_t* row = frame.data[plane] + static_cast<std::ptrdiff_t>(y) * frame.linesize[plane];
+            std::fill_n(row, frame.width / 2, std::uint8_t{128});
         }
     }
-}
-
-bool isAudible(const AudioTrackSpec& spec, double seconds) {
-    if (!spec.audibleRanges) {
-        return true;
-    }
-    return std::any_of(spec.audibleRanges->begin(), spec.audibleRanges->end(),
-                       [&](const ProjectTimeRange& range) {
-                           return seconds >= range.start.seconds() && seconds < range.end().seconds();
-                       });
 }
 
 // One track being written: its encoder and where it has got to.
@@ -220,25 +159,26 @@ protected:
 
 class VideoTrackWriter final : public TrackWriter {
 public:
-    VideoTrackWriter(AVFormatContext& output, const VideoTrackSpec& spec, ProjectTime duration,
+    VideoTrackWriter(AVFormatContext& output, const VideoTrackOptions& options, ProjectTime duration,
                      ProjectTime keyframeInterval, bool barsMoveDown)
-        : framesPerSecond_(spec.framesPerSecond)
+        : framesPerSecond_(options.framesPerSecond)
         , barsMoveDown_(barsMoveDown) {
-        if (spec.framesPerSecond < 1 || spec.framesPerSecond > 240 ||
-            spec.pixelSize.width < 2 * frameNumberBits || spec.pixelSize.height < 16 ||
-            spec.pixelSize.width > 4096 || spec.pixelSize.height > 4096) {
+        if (options.framesPerSecond < 1 || options.framesPerSecond > 240 || options.pixelSize.width < 16 ||
+            options.pixelSize.height < 16 || options.pixelSize.width > 4096 ||
+            options.pixelSize.height > 4096) {
             fail("video size or frame rate out of range");
         }
-        frameCount_ = std::max<std::int64_t>(1, duration.nanoseconds * spec.framesPerSecond / 1'000'000'000);
+        frameCount_ =
+            std::max<std::int64_t>(1, duration.nanoseconds * options.framesPerSecond / 1'000'000'000);
         const AVCodec* encoder = videoEncoder();
         stream = avformat_new_stream(&output, nullptr);
         codec.reset(avcodec_alloc_context3(encoder));
         if (stream == nullptr || !codec) {
             fail("cannot add a video track");
         }
-        const auto fps = static_cast<int>(spec.framesPerSecond);
-        codec->width = static_cast<int>(spec.pixelSize.width);
-        codec->height = static_cast<int>(spec.pixelSize.height);
+        const auto fps = static_cast<int>(options.framesPerSecond);
+        codec->width = static_cast<int>(options.pixelSize.width);
+        codec->height = static_cast<int>(options.pixelSize.height);
         codec->time_base = AVRational{1, fps};
         codec->framerate = AVRational{fps, 1};
         codec->pix_fmt = AV_PIX_FMT_YUV420P;
@@ -254,16 +194,16 @@ public:
         if ((output.oformat->flags & AVFMT_GLOBALHEADER) != 0) {
             codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         }
-        Options options;
+        FFmpegOptions settings;
         if (encoder->id == AV_CODEC_ID_H264) {
-            options.set("preset", "ultrafast");
-            options.set("crf", "20");
-            options.set("x264-params", "scenecut=0");
+            settings.set("preset", "ultrafast");
+            settings.set("crf", "20");
+            settings.set("x264-params", "scenecut=0");
         } else {
             codec->flags |= AV_CODEC_FLAG_QSCALE;
             codec->global_quality = FF_QP2LAMBDA * 3;
         }
-        open(encoder, options.get());
+        open(encoder, settings.get());
 
         frame->format = AV_PIX_FMT_YUV420P;
         frame->width = codec->width;
@@ -298,12 +238,9 @@ private:
 
 class AudioTrackWriter final : public TrackWriter {
 public:
-    AudioTrackWriter(AVFormatContext& output, const AudioTrackSpec& spec, ProjectTime duration,
-                     std::uint32_t noiseSeed)
-        : spec_(spec)
-        , noiseState_(noiseSeed) {
-        if (spec.frequencyHertz <= 0 || spec.frequencyHertz >= audioSampleRate / 2.0 || spec.amplitude < 0 ||
-            spec.amplitude > 1 || spec.noiseAmplitude < 0 || spec.noiseAmplitude > 1) {
+    AudioTrackWriter(AVFormatContext& output, const AudioTrackOptions& options, ProjectTime duration)
+        : options_(options) {
+        if (options.frequencyHertz <= 0 || options.frequencyHertz >= audioSampleRate / 2.0) {
             fail("audio tone out of range");
         }
         sampleCount_ = duration.nanoseconds * audioSampleRate / 1'000'000'000;
@@ -326,15 +263,15 @@ public:
         if ((output.oformat->flags & AVFMT_GLOBALHEADER) != 0) {
             codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         }
-        Options options;
+        FFmpegOptions settings;
         // The fast coder without the optional coding tools keeps a few seconds of
         // audio to a few tens of milliseconds; tests need the signal, not the
         // last bit of quality.
-        options.set("aac_coder", "fast");
+        settings.set("aac_coder", "fast");
         for (const char* tool : {"aac_pns", "aac_is", "aac_ms", "aac_tns"}) {
-            options.set(tool, "0");
+            settings.set(tool, "0");
         }
-        open(encoder, options.get());
+        open(encoder, settings.get());
         packetDuration = codec->frame_size;
 
         frame->format = codec->sample_fmt;
@@ -370,28 +307,13 @@ public:
     }
 
 private:
-    float sampleAt(std::int64_t index) {
+    float sampleAt(std::int64_t index) const {
         const double seconds = static_cast<double>(index) / audioSampleRate;
-        double value = 0;
-        if (isAudible(spec_, seconds)) {
-            const double phase = 2 * std::numbers::pi * spec_.frequencyHertz * seconds;
-            if (spec_.speechLike) {
-                const double swell = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * 3.5 * seconds);
-                value = spec_.amplitude * (0.35 + 0.65 * swell) *
-                        (std::sin(phase) + 0.5 * std::sin(2 * phase)) / 1.3;
-            } else {
-                value = spec_.amplitude * std::sin(phase);
-            }
-        }
-        if (spec_.noiseAmplitude > 0) {
-            noiseState_ = noiseState_ * 1'664'525u + 1'013'904'223u;
-            value += spec_.noiseAmplitude * (static_cast<double>(noiseState_) / 2'147'483'647.5 - 1.0);
-        }
-        return static_cast<float>(std::clamp(value, -1.0, 1.0));
+        return static_cast<float>(toneAmplitude *
+                                  std::sin(2 * std::numbers::pi * options_.frequencyHertz * seconds));
     }
 
-    AudioTrackSpec spec_;
-    std::uint32_t noiseState_;
+    AudioTrackOptions options_;
     std::int64_t sampleCount_ = 0;
     std::int64_t next_ = 0;
     bool flushed_ = false;
@@ -422,8 +344,9 @@ void RecordingMovieLayout::applyTo(ProjectManifest& manifest) const {
     }
 }
 
-RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path, const RecordingMovieSpec& spec) {
-    if (spec.duration <= ProjectTime::zero() || spec.keyframeInterval <= ProjectTime::zero()) {
+RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path,
+                                         const RecordingMovieOptions& options) {
+    if (options.duration <= ProjectTime::zero() || options.keyframeInterval <= ProjectTime::zero()) {
         fail("duration and keyframe interval must be positive");
     }
     // The encoders report their settings and statistics at the informational
@@ -441,38 +364,39 @@ RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path, cons
     output->flags |= AVFMT_FLAG_BITEXACT;
 
     RecordingMovieLayout layout;
-    layout.duration = spec.duration;
-    layout.screenPixelSize = spec.screen.pixelSize;
-    layout.screenFramesPerSecond = spec.screen.framesPerSecond;
+    layout.duration = options.duration;
+    layout.screenPixelSize = options.screen.pixelSize;
+    layout.screenFramesPerSecond = options.screen.framesPerSecond;
     std::vector<std::unique_ptr<TrackWriter>> writers;
-    writers.push_back(std::make_unique<VideoTrackWriter>(*output, spec.screen, spec.duration,
-                                                         spec.keyframeInterval, false));
+    writers.push_back(std::make_unique<VideoTrackWriter>(*output, options.screen, options.duration,
+                                                         options.keyframeInterval, false));
     layout.tracks.push_back({MediaTrackKind::screen, 0});
-    if (spec.webcam) {
-        writers.push_back(std::make_unique<VideoTrackWriter>(*output, *spec.webcam, spec.duration,
-                                                             spec.keyframeInterval, true));
-        layout.webcam = WebcamMediaInfo{1, "fixture-webcam", "Fixture Webcam", spec.webcam->pixelSize,
-                                        spec.webcam->framesPerSecond};
+    if (options.webcam) {
+        writers.push_back(std::make_unique<VideoTrackWriter>(*output, *options.webcam, options.duration,
+                                                             options.keyframeInterval, true));
+        layout.webcam = WebcamMediaInfo{1, "fixture-webcam", "Fixture Webcam", options.webcam->pixelSize,
+                                        options.webcam->framesPerSecond};
     }
-    if (spec.systemAudio) {
-        writers.push_back(std::make_unique<AudioTrackWriter>(*output, *spec.systemAudio, spec.duration, 17u));
+    if (options.systemAudio) {
+        writers.push_back(
+            std::make_unique<AudioTrackWriter>(*output, *options.systemAudio, options.duration));
         layout.tracks.push_back({MediaTrackKind::systemAudio, static_cast<std::int64_t>(writers.size() - 1)});
     }
-    if (spec.microphone) {
-        writers.push_back(std::make_unique<AudioTrackWriter>(*output, *spec.microphone, spec.duration, 29u));
+    if (options.microphone) {
+        writers.push_back(std::make_unique<AudioTrackWriter>(*output, *options.microphone, options.duration));
         layout.tracks.push_back({MediaTrackKind::microphone, static_cast<std::int64_t>(writers.size() - 1)});
     }
     layout.videoCodecName = avcodec_get_name(videoEncoder()->id);
 
     check(avio_open(&output->pb, path.c_str(), AVIO_FLAG_WRITE), "cannot create the movie");
-    Options options;
-    options.set("movie_timescale", "600");
-    if (spec.fragmented) {
+    FFmpegOptions settings;
+    settings.set("movie_timescale", "600");
+    if (options.fragmented) {
         // The header waits for the first fragment so that it can carry the edit
         // list that moves the audio encoder's priming before time 0.
-        options.set("movflags", "frag_keyframe+empty_moov+delay_moov");
+        settings.set("movflags", "frag_keyframe+empty_moov+delay_moov");
     }
-    check(avformat_write_header(output.get(), options.get()), "cannot write the movie header");
+    check(avformat_write_header(output.get(), settings.get()), "cannot write the movie header");
 
     // Encode in time order across tracks so that the muxer interleaves them as
     // a live recording would.
@@ -487,124 +411,6 @@ RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path, cons
     }
     check(av_write_trailer(output.get()), "cannot finish the movie");
     return layout;
-}
-
-std::optional<std::int64_t> frameNumberInPicture(const std::uint8_t* luma, int lineSize, int width,
-                                                 int height) {
-    if (luma == nullptr || width < 2 * frameNumberBits || height < 16) {
-        return std::nullopt;
-    }
-    const int strip = stripHeight(height);
-    const int blockWidth = width / frameNumberBits;
-    const int centreY = strip / 2;
-    std::int64_t number = 0;
-    for (int bit = 0; bit < frameNumberBits; ++bit) {
-        const int centreX = bit * blockWidth + blockWidth / 2;
-        int sum = 0;
-        for (int dy = -1; dy <= 1; ++dy) {
-            for (int dx = -1; dx <= 1; ++dx) {
-                sum += luma[static_cast<std::ptrdiff_t>(centreY + dy) * lineSize + centreX + dx];
-            }
-        }
-        const int level = sum / 9;
-        if (level > 176) {
-            number = number * 2 + 1;
-        } else if (level < 80) {
-            number = number * 2;
-        } else {
-            return std::nullopt;
-        }
-    }
-    return number;
-}
-
-namespace {
-
-// Decodes one track of a file from the start, handing every frame to `use`.
-// Frames come with their presentation time in the track's time base.
-template <class Use>
-void decodeTrack(const std::filesystem::path& path, int trackIndex, AVMediaType type, Use use) {
-    AVFormatContext* rawInput = nullptr;
-    check(avformat_open_input(&rawInput, path.c_str(), nullptr, nullptr), "cannot open " + path.string());
-    InputContext input(rawInput);
-    check(avformat_find_stream_info(input.get(), nullptr), "cannot read the tracks of " + path.string());
-    if (trackIndex < 0 || static_cast<unsigned>(trackIndex) >= input->nb_streams ||
-        input->streams[trackIndex]->codecpar->codec_type != type) {
-        fail("no track of that type at that position");
-    }
-    const AVStream* stream = input->streams[trackIndex];
-    const AVCodec* decoder = avcodec_find_decoder(stream->codecpar->codec_id);
-    if (decoder == nullptr) {
-        fail("no decoder for the track");
-    }
-    CodecContext codec(avcodec_alloc_context3(decoder));
-    if (!codec) {
-        fail("cannot allocate a decoder");
-    }
-    check(avcodec_parameters_to_context(codec.get(), stream->codecpar), "cannot set up the decoder");
-    codec->thread_count = 1;
-    codec->pkt_timebase = stream->time_base;
-    check(avcodec_open2(codec.get(), decoder, nullptr), "cannot open the decoder");
-
-    const auto frame = allocateFrame();
-    const auto packet = allocatePacket();
-    const auto drain = [&] {
-        for (;;) {
-            const int received = avcodec_receive_frame(codec.get(), frame.get());
-            if (received == AVERROR(EAGAIN) || received == AVERROR_EOF) {
-                return;
-            }
-            check(received, "cannot decode");
-            use(*frame, stream->time_base);
-            av_frame_unref(frame.get());
-        }
-    };
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == trackIndex) {
-            check(avcodec_send_packet(codec.get(), packet.get()), "cannot decode");
-            drain();
-        }
-        av_packet_unref(packet.get());
-    }
-    check(avcodec_send_packet(codec.get(), nullptr), "cannot decode");
-    drain();
-}
-
-} // namespace
-
-std::vector<std::int64_t> readFrameNumbers(const std::filesystem::path& path, int trackIndex) {
-    std::vector<std::int64_t> numbers;
-    decodeTrack(path, trackIndex, AVMEDIA_TYPE_VIDEO, [&](const AVFrame& frame, AVRational) {
-        numbers.push_back(
-            frameNumberInPicture(frame.data[0], frame.linesize[0], frame.width, frame.height).value_or(-1));
-    });
-    return numbers;
-}
-
-std::vector<float> readAudioSamples(const std::filesystem::path& path, int trackIndex) {
-    std::vector<float> samples;
-    decodeTrack(path, trackIndex, AVMEDIA_TYPE_AUDIO, [&](const AVFrame& frame, AVRational timeBase) {
-        const auto format = static_cast<AVSampleFormat>(frame.format);
-        if (format != AV_SAMPLE_FMT_FLTP && format != AV_SAMPLE_FMT_FLT) {
-            fail("audio samples are not floating point");
-        }
-        // Encoder priming that an edit list moves before time 0 still reaches
-        // the decoder in a fragmented movie; it is dropped here.
-        std::int64_t first = 0;
-        if (frame.best_effort_timestamp != AV_NOPTS_VALUE) {
-            const std::int64_t start =
-                av_rescale_q(frame.best_effort_timestamp, timeBase, AVRational{1, frame.sample_rate});
-            first = std::clamp<std::int64_t>(-start, 0, frame.nb_samples);
-        }
-        // Planar or not, the first channel's samples start the first plane;
-        // interleaved ones come every channel count.
-        const auto* data = reinterpret_cast<const float*>(frame.extended_data[0]);
-        const int step = format == AV_SAMPLE_FMT_FLT ? frame.ch_layout.nb_channels : 1;
-        for (auto i = static_cast<int>(first); i < frame.nb_samples; ++i) {
-            samples.push_back(data[static_cast<std::ptrdiff_t>(i) * step]);
-        }
-    });
-    return samples;
 }
 
 } // namespace rilo::testing

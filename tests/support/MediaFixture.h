@@ -2,14 +2,8 @@
 
 // Real recorded media for tests: QuickTime movies written through FFmpeg with
 // the track layout of a recording (screen video first, then the webcam, then
-// system audio, then the microphone), with pictures and sounds that tests can
-// recognise again after decoding.
-//
-// Every video frame carries its own number as a strip of 16 blocks across the
-// top of the picture (most significant bit on the left, a light block for 1,
-// a dark block for 0); below the strip, coloured bars move from frame to frame,
-// sideways on the screen track and downwards on the webcam. Audio is a tone inside the audible ranges and
-// silence (or a given noise) outside them.
+// system audio, then the microphone). Pictures change from frame to frame and
+// audio tracks carry a steady tone.
 
 #include "project/document/ProjectManifest.h"
 #include "shared/Errors.h"
@@ -20,7 +14,6 @@
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace rilo::testing {
@@ -30,38 +23,22 @@ public:
     using LocalizedError::LocalizedError;
 };
 
-struct AudioTrackSpec {
+struct AudioTrackOptions {
     double frequencyHertz = 440;
-    // Peak of the tone, 0...1 of full scale.
-    double amplitude = 0.3;
-    // Speech-like: the tone carries a second harmonic and its loudness swells
-    // and fades a few times a second, never dropping below a third of the peak,
-    // so an audible range stays audible throughout.
-    bool speechLike = false;
-    // Where the tone sounds; absent means throughout. Outside these ranges the
-    // track holds only the noise below.
-    std::optional<std::vector<ProjectTimeRange>> audibleRanges;
-    // Peak of a deterministic white noise added everywhere, 0 for digital silence.
-    double noiseAmplitude = 0;
-
-    static AudioTrackSpec systemTone() { return {}; }
-    static AudioTrackSpec speech(std::optional<std::vector<ProjectTimeRange>> audibleRanges = std::nullopt) {
-        return {220, 0.4, true, std::move(audibleRanges), 0};
-    }
 };
 
-struct VideoTrackSpec {
+struct VideoTrackOptions {
     PixelSize pixelSize{320, 180};
     std::int64_t framesPerSecond = 30;
 };
 
-struct RecordingMovieSpec {
+struct RecordingMovieOptions {
     // The time of the screen track: frames at 0, 1/fps, ... up to before this.
     ProjectTime duration = ProjectTime::fromSeconds(3);
-    VideoTrackSpec screen;
-    std::optional<VideoTrackSpec> webcam;
-    std::optional<AudioTrackSpec> systemAudio = AudioTrackSpec::systemTone();
-    std::optional<AudioTrackSpec> microphone = AudioTrackSpec::speech();
+    VideoTrackOptions screen;
+    std::optional<VideoTrackOptions> webcam;
+    std::optional<AudioTrackOptions> systemAudio = AudioTrackOptions{};
+    std::optional<AudioTrackOptions> microphone = AudioTrackOptions{220};
     // Fragmented like a live recording: the track descriptions come with the
     // first fragment and every keyframe opens a new fragment, so that a file
     // cut short still plays up to its last whole fragment. An unfragmented
@@ -70,6 +47,8 @@ struct RecordingMovieSpec {
     // Also the distance between fragments of a fragmented file.
     ProjectTime keyframeInterval = ProjectTime::fromSeconds(1);
 };
+
+// The earlier name, until the describe benchmark moves to the new one.
 
 // Where each track landed, in the form the manifest records it.
 struct RecordingMovieLayout {
@@ -87,21 +66,8 @@ struct RecordingMovieLayout {
 };
 
 // Writes the movie, replacing any file at the path. Throws MediaFixtureError
-// when a spec is out of range or FFmpeg fails.
+// when an option is out of range or FFmpeg fails.
 RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path,
-                                         const RecordingMovieSpec& spec = {});
-
-// The frame number that the strip at the top of a picture shows, read from its
-// luma plane; nothing when the strip is not there.
-std::optional<std::int64_t> frameNumberInPicture(const std::uint8_t* luma, int lineSize, int width,
-                                                 int height);
-
-// Decodes the video track at the position in the file and reads the frame
-// number of every picture, in presentation order; -1 for a picture without one.
-std::vector<std::int64_t> readFrameNumbers(const std::filesystem::path& path, int trackIndex);
-
-// Decodes the audio track at the position in the file and gives the samples
-// of its first channel from time 0 on, as floating point, at the track's rate.
-std::vector<float> readAudioSamples(const std::filesystem::path& path, int trackIndex);
+                                         const RecordingMovieOptions& options = {});
 
 } // namespace rilo::testing

@@ -11,7 +11,7 @@ namespace rilo::testing {
 namespace {
 
 // The pointer glides from one click to the next; clicks press and release.
-std::vector<MouseEvent> mouseTrack(const RecordedPackageSpec& spec, const GeometrySample& geometry) {
+std::vector<MouseEvent> mouseTrack(const RecordedPackageOptions& spec, const GeometrySample& geometry) {
     std::vector<MouseEvent> events;
     const ProjectTime frame{16'666'666};
     PointValue position{0.5, 0.5};
@@ -78,7 +78,7 @@ std::string arrowCursorPng() {
 
 } // namespace
 
-RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageSpec& spec) {
+RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOptions& spec) {
     CaptureSourceDescriptor source;
     source.kind = CaptureSourceKind::display;
     source.nativeID = 1;

@@ -12,8 +12,8 @@
 
 namespace rilo::testing {
 
-struct RecordedPackageSpec {
-    RecordingMovieSpec movie;
+struct RecordedPackageOptions {
+    RecordingMovieOptions movie;
     // Left-button clicks (down, then up 80 ms later) at these times and
     // normalised positions; the pointer moves between them every 1/60 s.
     std::vector<std::pair<ProjectTime, PointValue>> clicks{
@@ -32,6 +32,6 @@ struct RecordedPackage {
     CursorAssetDescriptor cursorAsset;
 };
 
-RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageSpec& spec = {});
+RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOptions& spec = {});
 
 } // namespace rilo::testing

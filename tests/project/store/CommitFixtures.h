@@ -1,8 +1,10 @@
 #pragma once
 
 // A library with one finished package (source duration 12.345678901 s, with
-// webcam) for the commit tests, and helpers for timeline documents.
+// webcam) for the commit tests, and helpers for timeline and caption
+// documents.
 
+#include "project/caption/CaptionCodecs.h"
 #include "project/document/TimelineCodecs.h"
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
@@ -15,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <gtest/gtest.h>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,6 +51,35 @@ inline EditTimeline numberedTimeline(int n) {
     char id[40];
     std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", n);
     return timelineKeeping(ProjectTime::fromMilliseconds(1000 + 10 * n), *Uuid::parse(id));
+}
+
+// The n-th of a series of distinct caption documents, with one cue whose text
+// has blanks and a line break around it.
+inline CaptionDocument numberedCaptions(int n, ProjectTime cueEnd = ProjectTime::fromSeconds(2)) {
+    char id[40];
+    std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", n);
+    CaptionDocument document;
+    document.sourceTrack = MediaTrackKind::microphone;
+    document.sourceAudioDigest = std::string(64, 'a');
+    document.basedOnTimelineDigest = std::string(64, 'b');
+    document.language = "zh-Hans";
+    document.cues = {{*Uuid::parse(id),
+                      ProjectTime::fromSeconds(1),
+                      cueEnd,
+                      "  第" + std::to_string(n) + "句字幕\n",
+                      {},
+                      {}}};
+    return document;
+}
+
+template <typename Error, typename Body>
+std::optional<Error> thrown(Body body) {
+    try {
+        body();
+    } catch (const Error& error) {
+        return error;
+    }
+    return std::nullopt;
 }
 
 class CommitTest : public ::testing::Test {

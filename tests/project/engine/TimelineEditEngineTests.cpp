@@ -25,6 +25,7 @@ using testing::frame;
 using testing::ms;
 using testing::ns;
 using testing::segment;
+using testing::timelineOf;
 
 AnnotationElement annotation(ProjectTime start, ProjectTime end, std::int64_t zIndex) {
     return AnnotationElement::defaultAnnotation(AnnotationKind::rectangle, start, end, zIndex, 16.0 / 9.0);
@@ -56,12 +57,6 @@ struct ThreeSegments {
     }();
 };
 
-EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
-    EditTimeline timeline;
-    timeline.segments = std::move(segments);
-    return timeline;
-}
-
 std::vector<ProjectTimeRange> rangesOf(const EditTimeline& timeline) {
     std::vector<ProjectTimeRange> ranges;
     for (const TimelineSegment& s : timeline.segments) {
@@ -78,33 +73,21 @@ std::set<Uuid> idsOf(const EditTimeline& timeline) {
     return ids;
 }
 
-// Runs an edit that must fail with the given case and checks that the input
-// came through untouched.
+// Runs an edit that must fail with the given case.
 void expectEditError(const EditTimeline& timeline, Case expected,
                      const std::function<EditTimeline(const EditTimeline&)>& edit) {
-    const EditTimeline before = timeline;
     try {
         edit(timeline);
         ADD_FAILURE() << "the edit succeeded";
     } catch (const TimelineEditError& error) {
         EXPECT_EQ(error.errorCase(), expected) << error.what();
     }
-    EXPECT_EQ(timeline, before);
 }
 
 // Every result must be a document that may exist.
 EditTimeline checked(EditTimeline timeline) {
     EXPECT_NO_THROW(TimelineValidator::validateContent(timeline, sourceDuration));
     return timeline;
-}
-
-TEST(TimelineEditErrorTests, CarriesTheTextShownToPeople) {
-    EXPECT_STREQ(TimelineEditError::noSegmentAtPlayhead().what(), "播放头不在可分割片段内。");
-    EXPECT_STREQ(TimelineEditError::splitAtBoundary().what(), "播放头已经位于片段边界。");
-    EXPECT_STREQ(TimelineEditError::segmentNotFound().what(), "找不到要编辑的片段。");
-    EXPECT_STREQ(TimelineEditError::trimOutsideHandles().what(), "裁剪位置超出该片段可用范围。");
-    EXPECT_STREQ(TimelineEditError::cannotDeleteLastSegment().what(), "至少保留一个时间轴片段。");
-    EXPECT_STREQ(TimelineEditError::invalidRange().what(), "剪辑区间无效或超出时间轴。");
 }
 
 // ---------------------------------------------------------------------------
@@ -469,15 +452,12 @@ TEST(TimelineEditRemoveTests, RefusesCutsThatAreEmptyOutsideOrRemoveNothing) {
 TEST(TimelineEditRemoveTests, ValidationErrorsOfTheResultPassUnchanged) {
     // What is left of a 2x segment is one source frame, half a frame of output.
     const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000), 2000)});
-    const EditTimeline before = timeline;
     try {
         TimelineEditEngine::removeSourceRanges(timeline, {between(frame(1), ms(4'000))}, sourceDuration);
         ADD_FAILURE() << "the cut succeeded";
     } catch (const TimelineValidationError& error) {
         EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
-        EXPECT_STREQ(error.what(), "变速后的片段不能短于一个60fps输出帧。");
     }
-    EXPECT_EQ(timeline, before);
 }
 
 } // namespace

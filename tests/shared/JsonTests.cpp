@@ -99,6 +99,18 @@ TEST(JsonWriterTest, DocumentStyleIsPrettyWithSpacedColons) {
     const Json value = {{"b", Json::array({true})}, {"a", 1}};
     EXPECT_EQ(json::write(value, JsonStyle::document), "{\n  \"a\" : 1,\n  \"b\" : [\n    true\n  ]\n}");
     EXPECT_EQ(json::write(value, JsonStyle::commandLine), "{\n  \"a\" : 1,\n  \"b\" : [\n    true\n  ]\n}");
+
+    // Each level of nesting indents by two more spaces.
+    const Json nested = {{"outer", {{"inner", Json::array({Json::object({{"k", nullptr}})})}}}};
+    EXPECT_EQ(json::write(nested, JsonStyle::document), "{\n"
+                                                        "  \"outer\" : {\n"
+                                                        "    \"inner\" : [\n"
+                                                        "      {\n"
+                                                        "        \"k\" : null\n"
+                                                        "      }\n"
+                                                        "    ]\n"
+                                                        "  }\n"
+                                                        "}");
 }
 
 TEST(JsonWriterTest, ChunkStyleIsCompact) {

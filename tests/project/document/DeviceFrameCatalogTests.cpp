@@ -204,6 +204,7 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         {"past the bottom", [](auto& c) { c.devices[7].screenRect.y = 0.5; }},
         {"NaN rectangle", [](auto& c) { c.devices[7].screenRect.x = std::nan(""); }},
         {"negative radius", [](auto& c) { c.devices[9].screenCornerRadius = -0.01; }},
+        {"infinite radius", [](auto& c) { c.devices[9].screenCornerRadius = INFINITY; }},
     };
     for (const auto& [name, fault] : faults) {
         SCOPED_TRACE(name);

@@ -122,6 +122,7 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         {"audio.microphone.muted", "off", is(micMuted, false)},
         {"audio.microphone.muted", "0", is(micMuted, false)},
         {"audio.system.gain-db", "-12", is(systemGain, -12)},
+        {"audio.system.gain-db", "-61", is(systemGain, -60)},
         {"audio.system.gain-db", "12.5", is(systemGain, 12)},
         {"audio.system.muted", "TRUE", is(systemMuted, true)},
         {"canvas.aspect", "source", is(aspect, CanvasAspectRatio::source)},

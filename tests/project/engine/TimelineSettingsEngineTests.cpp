@@ -134,7 +134,7 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         {"webcam.corner-radius", "3", is(cornerRadius, 1)},
         {"webcam.diameter", "0", is(diameter, 0.1)},
         {"webcam.mirror", "on", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->isMirrored); }},
-        {"webcam.shadow", "true", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->showsShadow); }},
+        {"webcam.shadow", "off", [](const EditTimeline& t) { EXPECT_FALSE(t.webcamOverlay->showsShadow); }},
         {"webcam.shape", "circle", shape(WebcamAspectRatio::square, 1.0)},
         {"webcam.shape", "rounded-rectangle", shape(WebcamAspectRatio::square, 0.6)},
         {"webcam.show", "1", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->isVisible); }},

@@ -458,11 +458,6 @@ TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
     ASSERT_EQ(two.webcamKeyframes.size(), 2u);
     expectNear(two.webcamKeyframes[0].center, {portrait * 0.1, 0.1});
 
-    // The last instant of the source rounds down into it.
-    const EditTimeline last = Effects::upsertWebcamKeyframe(timeline, tenSeconds - ProjectTime{1}, {0.5, 0.5},
-                                                            0.2, tenSeconds, landscape);
-    EXPECT_LT(last.webcamKeyframes[0].time, tenSeconds);
-
     const EditTimeline removed = Effects::removeWebcamKeyframe(two, two.webcamKeyframes[0].id);
     EXPECT_EQ(removed.webcamKeyframes, std::vector<WebcamOverlayKeyframe>{two.webcamKeyframes[1]});
     EXPECT_EQ(Effects::removeWebcamKeyframe(two, Uuid::random()), two);

@@ -281,13 +281,6 @@ TEST(TimelineMapperPointMapping, ProjectionsAreFoundByTheirSegmentID) {
         EXPECT_EQ(fixture.mapper.projectionForSegmentID(projection.segment.id), projection);
     }
     EXPECT_EQ(fixture.mapper.projectionForSegmentID(Uuid::random()), std::nullopt);
-
-    // Of two segments that share an id, the first in timeline order answers.
-    TimelineSegment first = segment(ms(0), ms(100), 1000);
-    TimelineSegment second = segment(ms(200), ms(100), 2000);
-    second.id = first.id;
-    const TimelineMapper mapper(timelineOf({first, second}), ms(300));
-    EXPECT_EQ(mapper.projectionForSegmentID(first.id)->segment, first);
 }
 
 // ---------------------------------------------------------------------------
@@ -375,9 +368,7 @@ TEST(TimelineMapperDelta, ADeltaMovesAtTheSegmentsRateWithoutClamping) {
     // The magnitude is rounded before the sign is restored: 61.5 ns either way.
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(50, ms(7'000), fixture.d.id), ms(7'000) + ns(62));
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(-50, ms(7'000), fixture.d.id), ms(7'000) - ns(62));
-    // The most negative delta that has a magnitude, and a sum at the limit.
-    EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(minNanoseconds + 1, ns(0), fixture.a.id),
-              ns(minNanoseconds + 1));
+    // A sum at the limit.
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(10, ns(maxNanoseconds - 10), fixture.a.id),
               ns(maxNanoseconds));
 

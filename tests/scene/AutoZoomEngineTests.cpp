@@ -1,6 +1,7 @@
 #include "project/document/EditTimeline.h"
 #include "project/engine/TimelineEffectEngine.h"
 #include "scene/AutoZoomEngine.h"
+#include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -10,9 +11,7 @@
 namespace rilo {
 namespace {
 
-constexpr ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
+using testing::ms;
 
 constexpr ProjectTime longTake = ProjectTime::fromSeconds(60);
 constexpr double zoomScale = 1.7;

@@ -5,6 +5,9 @@
 #include "project/document/EditTimeline.h"
 #include "shared/ProjectTime.h"
 
+#include <utility>
+#include <vector>
+
 namespace rilo::testing {
 
 constexpr ProjectTime ms(std::int64_t milliseconds) {
@@ -21,6 +24,11 @@ inline ProjectTimeRange between(ProjectTime start, ProjectTime end) {
 }
 inline TimelineSegment segment(ProjectTime start, ProjectTime end, std::int64_t permille = 1000) {
     return {Uuid::random(), between(start, end), {permille}};
+}
+inline EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
+    EditTimeline timeline;
+    timeline.segments = std::move(segments);
+    return timeline;
 }
 
 } // namespace rilo::testing

@@ -193,13 +193,11 @@ TEST(EditTimelineNormalization, ValuesAreClampedToTheirRanges) {
               0.035);
 }
 
-TEST(EditTimelineNormalization, IsIdempotentAndLeavesItsInputAlone) {
+TEST(EditTimelineNormalization, IsIdempotent) {
     EditTimeline stored = timelineOfVersion(6);
     stored.segments.clear();
     stored.canvas.padding = 0.9;
-    const EditTimeline before = stored;
     const EditTimeline once = stored.normalized(tenSeconds, true);
-    EXPECT_EQ(stored, before);
     EXPECT_EQ(once.normalized(tenSeconds, true), once);
 }
 

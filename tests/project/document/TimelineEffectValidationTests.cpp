@@ -71,24 +71,6 @@ EditTimeline timelineWithKeyframes(std::vector<WebcamOverlayKeyframe> keyframes)
     return timeline;
 }
 
-TEST(TimelineEffectErrorMessages, EachCaseHasItsText) {
-    const std::pair<TimelineEffectError, std::string> examples[] = {
-        {TimelineEffectError::zoomNotFound(), "找不到选中的自动镜头。"},
-        {TimelineEffectError::zoomRangeInvalid(), "自动镜头区间至少需要一帧，且必须位于原始媒体内。"},
-        {TimelineEffectError::zoomOverlap(), "自动镜头区间不能与相邻镜头重叠。"},
-        {TimelineEffectError::webcamFullscreenNotFound(), "找不到选中的摄像头全屏区间。"},
-        {TimelineEffectError::webcamFullscreenRangeInvalid(),
-         "摄像头全屏区间至少需要两帧，且必须位于原始媒体内。"},
-        {TimelineEffectError::webcamFullscreenOverlap(), "摄像头全屏区间不能与相邻区间重叠。"},
-        {TimelineEffectError::keyframeOutsideSource(), "摄像头关键帧超出原始媒体范围。"},
-        {TimelineEffectError::keyframeInvalid(), "摄像头关键帧必须唯一，且位置和大小需要位于合法范围。"},
-        {TimelineEffectError::zoomIndexInvalid(), "自动镜头编号无效。"},
-    };
-    for (const auto& [error, message] : examples) {
-        EXPECT_EQ(error.message(), message);
-    }
-}
-
 TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
     using TimelineEffectEngine::constrainedFocus;
     EXPECT_EQ(constrainedFocus({0.1, 0.9}, 2), (PointValue{0.25, 0.75}));

@@ -1,4 +1,5 @@
 #include "project/engine/TimelineEffectEngine.h"
+#include "support/TimelineBuilders.h"
 
 #include <algorithm>
 #include <cmath>
@@ -19,13 +20,8 @@ constexpr ProjectTime frameLength = TimelineFrameGrid::minimumDuration;
 constexpr std::int64_t riseNanoseconds = 650'000'000;
 constexpr std::int64_t fallNanoseconds = 500'000'000;
 
-ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
-
-ProjectTimeRange between(ProjectTime start, ProjectTime end) {
-    return ProjectTimeRange::fromStartEnd(start, end);
-}
+using testing::between;
+using testing::ms;
 
 std::optional<Case> failureOf(const std::function<void()>& operation) {
     try {
@@ -36,13 +32,9 @@ std::optional<Case> failureOf(const std::function<void()>& operation) {
     return std::nullopt;
 }
 
-// The operation fails with `expected` and leaves the timeline it was given
-// as it was.
 void expectFailure(const EditTimeline& timeline, Case expected,
                    const std::function<EditTimeline(const EditTimeline&)>& operation) {
-    const EditTimeline before = timeline;
     EXPECT_EQ(failureOf([&] { operation(timeline); }), std::optional<Case>(expected));
-    EXPECT_EQ(timeline, before);
 }
 
 EditTimeline withZoomsAt(const std::vector<std::pair<std::int64_t, std::int64_t>>& rangesInMilliseconds) {
@@ -82,40 +74,23 @@ TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
                                                      riseNanoseconds, fallNanoseconds);
     EXPECT_EQ(zoom.startTime, TimelineFrameGrid::boundaryForFrame(60));
     EXPECT_EQ(zoom.endTime, TimelineFrameGrid::boundaryForFrame(181));
-    EXPECT_EQ(riseOf(zoom), riseNanoseconds);
-    EXPECT_EQ(fallOf(zoom), fallNanoseconds);
     EXPECT_EQ(zoom.focusPoint, (PointValue{0.25, 0.75}));
 
-    // In one second the rise is taken whole and the fall gets what is left.
-    const ZoomSegment secondLong = Effects::normalizedZoom(between(ms(1000), ms(2000)), {0.5, 0.5}, 2,
-                                                           tenSeconds, riseNanoseconds, fallNanoseconds);
-    EXPECT_EQ(riseOf(secondLong), riseNanoseconds);
-    EXPECT_EQ(fallOf(secondLong), 350'000'000);
-    EXPECT_EQ(secondLong.focusTime, secondLong.holdEndTime);
-
-    const ZoomSegment allRise =
-        Effects::normalizedZoom(between(ms(0), ms(500)), {0.5, 0.5}, 2, tenSeconds, 2'000'000'000, -5);
-    EXPECT_EQ(allRise.focusTime, allRise.endTime);
-    EXPECT_EQ(allRise.holdEndTime, allRise.endTime);
-
-    const ZoomSegment noRamps =
-        Effects::normalizedZoom(between(ms(0), ms(500)), {0.5, 0.5}, 2, tenSeconds, -1, 0);
-    EXPECT_EQ(noRamps.focusTime, noRamps.startTime);
-    EXPECT_EQ(noRamps.holdEndTime, noRamps.endTime);
-
-    EXPECT_NE(zoom.id, secondLong.id);
-}
-
-TEST(TimelineEffectZoomBuilding, ClampsTheScaleAndConstrainsTheFocusForIt) {
-    const ZoomSegment tooDeep = Effects::normalizedZoom(between(ms(0), ms(1000)), {0, 1}, 7, tenSeconds,
-                                                        riseNanoseconds, fallNanoseconds);
-    EXPECT_EQ(tooDeep.scale, 3);
-    EXPECT_EQ(tooDeep.focusPoint, Effects::constrainedFocus({0, 1}, 3));
-
-    const ZoomSegment flat = Effects::normalizedZoom(between(ms(0), ms(1000)), {0.1, 0.2}, 0.2, tenSeconds,
-                                                     riseNanoseconds, fallNanoseconds);
-    EXPECT_EQ(flat.scale, 1);
-    EXPECT_EQ(flat.focusPoint, (PointValue{0.5, 0.5}));
+    struct Row {
+        std::int64_t lengthMilliseconds, rise, fall, expectedRise, expectedFall;
+    };
+    const std::vector<Row> rows = {
+        {2000, riseNanoseconds, fallNanoseconds, riseNanoseconds, fallNanoseconds},
+        {1000, riseNanoseconds, fallNanoseconds, riseNanoseconds, 350'000'000}, // the rise first
+        {500, 2'000'000'000, -5, 500'000'000, 0},
+        {500, -1, 0, 0, 0},
+    };
+    for (const Row& row : rows) {
+        const ZoomSegment built = Effects::normalizedZoom(between(ms(0), ms(row.lengthMilliseconds)),
+                                                          {0.5, 0.5}, 2, tenSeconds, row.rise, row.fall);
+        EXPECT_EQ(riseOf(built), row.expectedRise) << row.lengthMilliseconds;
+        EXPECT_EQ(fallOf(built), row.expectedFall) << row.lengthMilliseconds;
+    }
 }
 
 TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFrame) {
@@ -127,14 +102,11 @@ TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFram
     // Snapping decides: -8 ms rounds to 0, -9 ms to frame -1.
     EXPECT_EQ(build(between(ms(-8), ms(1000))), std::nullopt);
     EXPECT_EQ(build(between(ms(-9), ms(1000))), Case::zoomRangeInvalid);
-    EXPECT_EQ(build(between(ms(9000), ms(10'008))), std::nullopt);
     EXPECT_EQ(build(between(ms(9000), ms(10'009))), Case::zoomRangeInvalid);
     // Exactly one frame passes; a range that snaps to nothing does not.
     EXPECT_EQ(build(between(ProjectTime{0}, frameLength)), std::nullopt);
     EXPECT_EQ(build(between(ms(100), ms(105))), Case::zoomRangeInvalid);
-    EXPECT_EQ(build(between(ms(2000), ms(1000))), Case::zoomRangeInvalid);
-    // Far-off or overflowing ranges are refused, not a fault.
-    EXPECT_EQ(build({ProjectTime{INT64_MAX - 5}, ProjectTime{100}}), Case::zoomRangeInvalid);
+    // An overflowing range is refused, not a fault.
     EXPECT_EQ(build({ProjectTime{INT64_MIN}, ProjectTime{INT64_MAX}}), Case::zoomRangeInvalid);
     EXPECT_EQ(build(between(ms(0), ms(1000)), NAN), Case::zoomRangeInvalid);
 }
@@ -150,41 +122,22 @@ TEST(TimelineEffectZoomAdding, KeepsZoomsInStartOrderAndRefusesCollisions) {
         return Effects::addZoom(t, between(ms(5500), ms(7000)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
                                 fallNanoseconds);
     });
-    expectFailure(timeline, Case::zoomRangeInvalid, [](const EditTimeline& t) {
-        return Effects::addZoom(t, between(ms(9500), ms(10'500)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
-                                fallNanoseconds);
-    });
 }
 
 // ---- Removing and replacing ----
 
-TEST(TimelineEffectZoomRemoval, CountsIndicesInStartOrder) {
+TEST(TimelineEffectZoomRemoval, RemovesByIndexInStartOrderByIdOrAll) {
     EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 4000}, {6000, 7000}});
     std::reverse(timeline.zooms.begin(), timeline.zooms.end());
 
-    const EditTimeline removed = Effects::removeZoom(timeline, std::int64_t{0}, tenSeconds);
-    ASSERT_EQ(removed.zooms.size(), 2u);
-    EXPECT_EQ(removed.zooms[0].startTime, ms(3000));
-    EXPECT_EQ(removed.zooms[1].startTime, ms(6000));
-
-    for (const std::int64_t index : {std::int64_t{-1}, std::int64_t{3}, INT64_MAX}) {
+    const EditTimeline byIndex = Effects::removeZoom(timeline, std::int64_t{0}, tenSeconds);
+    EXPECT_EQ(byIndex.zooms, (std::vector<ZoomSegment>{timeline.zooms[1], timeline.zooms[0]}));
+    for (const std::int64_t index : {std::int64_t{-1}, std::int64_t{3}}) {
         expectFailure(timeline, Case::zoomIndexInvalid,
                       [index](const EditTimeline& t) { return Effects::removeZoom(t, index, tenSeconds); });
     }
-    expectFailure(EditTimeline{}, Case::zoomIndexInvalid,
-                  [](const EditTimeline& t) { return Effects::removeZoom(t, std::int64_t{0}, tenSeconds); });
-}
-
-TEST(TimelineEffectZoomRemoval, RemovesByIdOrAll) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 4000}});
-    const Uuid second = timeline.zooms[1].id;
-
-    const EditTimeline removed = Effects::removeZoom(timeline, second, tenSeconds);
-    ASSERT_EQ(removed.zooms.size(), 1u);
-    EXPECT_EQ(removed.zooms[0], timeline.zooms[0]);
-
-    expectFailure(removed, Case::zoomNotFound,
-                  [&](const EditTimeline& t) { return Effects::removeZoom(t, second, tenSeconds); });
+    const EditTimeline byId = Effects::removeZoom(timeline, timeline.zooms[1].id, tenSeconds);
+    EXPECT_EQ(byId.zooms, (std::vector<ZoomSegment>{timeline.zooms[2], timeline.zooms[0]}));
     EXPECT_TRUE(Effects::removeAllZooms(timeline, tenSeconds).zooms.empty());
 }
 
@@ -225,7 +178,6 @@ TEST(TimelineEffectZoomComparison, IgnoresIdsAndOrderButNotShape) {
         EXPECT_FALSE(Effects::hasSameZoomConfiguration(zooms, different));
     }
     EXPECT_FALSE(Effects::hasSameZoomConfiguration(zooms, {zooms[0]}));
-    EXPECT_TRUE(Effects::hasSameZoomConfiguration({}, {}));
 }
 
 // ---- Dragging zoom boundaries ----
@@ -244,25 +196,17 @@ TEST(TimelineEffectZoomDragging, AStartDraggedOverThePreviousZoomStopsAtItsEnd) 
     // The ramps fit, so they keep their lengths.
     EXPECT_EQ(riseOf(zoom), riseNanoseconds);
     EXPECT_EQ(fallOf(zoom), fallNanoseconds);
-
-    const EditTimeline first = Effects::updateZoomStart(timeline, timeline.zooms[0].id, ms(-400), tenSeconds);
-    EXPECT_EQ(first.zooms[0].startTime, ProjectTime::zero());
 }
 
 TEST(TimelineEffectZoomDragging, ShorteningShrinksRiseAndFallInProportion) {
     EditTimeline timeline;
     timeline = Effects::addZoom(timeline, between(ms(0), ms(2000)), {0.5, 0.5}, 2, tenSeconds, 600'000'000,
                                 400'000'000);
-    const Uuid id = timeline.zooms[0].id;
-
-    const ZoomSegment& half = Effects::updateZoomEnd(timeline, id, ms(500), tenSeconds).zooms[0];
+    const ZoomSegment& half =
+        Effects::updateZoomEnd(timeline, timeline.zooms[0].id, ms(500), tenSeconds).zooms[0];
     EXPECT_EQ(half.endTime, ms(500));
     EXPECT_EQ(riseOf(half), 300'000'000);
     EXPECT_EQ(fallOf(half), 200'000'000);
-
-    const EditTimeline longer = Effects::updateZoomEnd(timeline, id, ms(4000), tenSeconds);
-    EXPECT_EQ(riseOf(longer.zooms[0]), 600'000'000);
-    EXPECT_EQ(fallOf(longer.zooms[0]), 400'000'000);
 }
 
 TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
@@ -282,31 +226,27 @@ TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
     EXPECT_LE(end.focusTime, end.holdEndTime);
 }
 
-TEST(TimelineEffectZoomDragging, AnEndStopsAtTheNextZoomAndAtTheSourceEnd) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}, {4000, 5000}, {8000, 9000}});
-    EXPECT_EQ(Effects::updateZoomEnd(timeline, timeline.zooms[0].id, ms(4500), tenSeconds).zooms[0].endTime,
-              ms(4000));
-    EXPECT_EQ(Effects::updateZoomEnd(timeline, timeline.zooms[2].id, ms(12'000), tenSeconds).zooms[2].endTime,
-              tenSeconds);
-}
-
-TEST(TimelineEffectZoomDragging, AMoveKeepsTheLengthAndStopsAtNeighbours) {
+TEST(TimelineEffectZoomDragging, EndsAndMovesStopAtNeighboursAndTheSource) {
     const EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 5000}, {6000, 7000}});
-    const Uuid id = timeline.zooms[1].id;
-    const auto movedTo = [&](std::int64_t milliseconds, const Uuid& which) {
-        return zoomWithID(Effects::moveZoom(timeline, which, ms(milliseconds), tenSeconds), which);
+    const auto zoomAfter = [&](std::size_t index, const auto& operation, std::int64_t milliseconds) {
+        const Uuid id = timeline.zooms[index].id;
+        return zoomWithID(operation(timeline, id, ms(milliseconds), tenSeconds), id);
     };
+    const auto move = Effects::moveZoom;
+    const auto updateEnd = Effects::updateZoomEnd;
 
-    const ZoomSegment free = movedTo(3500, id);
+    const ZoomSegment free = zoomAfter(1, move, 3500);
     EXPECT_EQ(free.startTime, ms(3500));
     EXPECT_EQ(free.endTime, ms(5500));
     EXPECT_EQ(riseOf(free), riseNanoseconds);
     EXPECT_EQ(fallOf(free), fallNanoseconds);
 
-    EXPECT_EQ(movedTo(0, id).startTime, ms(2000));
-    EXPECT_EQ(movedTo(9000, id).endTime, ms(6000));
-    EXPECT_EQ(movedTo(9500, timeline.zooms[2].id).endTime, tenSeconds);
-    EXPECT_EQ(movedTo(-3000, timeline.zooms[0].id).startTime, ProjectTime::zero());
+    EXPECT_EQ(zoomAfter(1, move, 0).startTime, ms(2000));
+    EXPECT_EQ(zoomAfter(1, move, 9000).endTime, ms(6000));
+    EXPECT_EQ(zoomAfter(2, move, 9500).endTime, tenSeconds);
+    EXPECT_EQ(zoomAfter(0, move, -3000).startTime, ProjectTime::zero());
+    EXPECT_EQ(zoomAfter(0, updateEnd, 4500).endTime, ms(3000));
+    EXPECT_EQ(zoomAfter(2, updateEnd, 12'000).endTime, tenSeconds);
 }
 
 TEST(TimelineEffectZoomDragging, ScaleAndFocusStayConstrained) {
@@ -316,29 +256,11 @@ TEST(TimelineEffectZoomDragging, ScaleAndFocusStayConstrained) {
     const ZoomSegment deeper = Effects::updateZoomScale(timeline, id, 9, tenSeconds).zooms[0];
     EXPECT_EQ(deeper.scale, 3);
     EXPECT_EQ(deeper.focusPoint, (PointValue{0.3, 0.6}));
-    const ZoomSegment flat = Effects::updateZoomScale(timeline, id, 0, tenSeconds).zooms[0];
-    EXPECT_EQ(flat.scale, 1);
-    EXPECT_EQ(flat.focusPoint, (PointValue{0.5, 0.5}));
+    EXPECT_EQ(Effects::updateZoomScale(timeline, id, 0, tenSeconds).zooms[0].focusPoint,
+              (PointValue{0.5, 0.5}));
 
     const ZoomSegment corner = Effects::updateZoomFocus(timeline, id, {-1, 2}, tenSeconds).zooms[0];
     EXPECT_EQ(corner.focusPoint, (PointValue{0.25, 0.75}));
-}
-
-TEST(TimelineEffectZoomDragging, AnUnknownZoomIsNotFound) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
-    const Uuid unknown = Uuid::random();
-    const std::vector<std::function<EditTimeline(const EditTimeline&)>> operations = {
-        [&](const EditTimeline& t) { return Effects::updateZoomStart(t, unknown, ms(0), tenSeconds); },
-        [&](const EditTimeline& t) { return Effects::updateZoomEnd(t, unknown, ms(0), tenSeconds); },
-        [&](const EditTimeline& t) { return Effects::moveZoom(t, unknown, ms(0), tenSeconds); },
-        [&](const EditTimeline& t) { return Effects::updateZoomScale(t, unknown, 2, tenSeconds); },
-        [&](const EditTimeline& t) {
-            return Effects::updateZoomFocus(t, unknown, {0.5, 0.5}, tenSeconds);
-        },
-    };
-    for (const auto& operation : operations) {
-        expectFailure(timeline, Case::zoomNotFound, operation);
-    }
 }
 
 // ---- Webcam full screen ----
@@ -346,6 +268,15 @@ TEST(TimelineEffectZoomDragging, AnUnknownZoomIsNotFound) {
 EditTimeline withWebcam() {
     EditTimeline timeline;
     timeline.webcamOverlay = WebcamOverlay::defaultValue();
+    return timeline;
+}
+
+EditTimeline
+withFullscreenAt(const std::vector<std::pair<std::int64_t, std::int64_t>>& rangesInMilliseconds) {
+    EditTimeline timeline = withWebcam();
+    for (const auto& [start, end] : rangesInMilliseconds) {
+        timeline = Effects::addWebcamFullscreen(timeline, between(ms(start), ms(end)), tenSeconds);
+    }
     return timeline;
 }
 
@@ -360,68 +291,50 @@ TEST(TimelineEffectWebcamFullscreen, NeedsTwoFramesInsideTheSourceAndAWebcam) {
     };
     expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add(between(ms(0), frameLength)));
     expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add(between(ms(9000), ms(10'100))));
-    expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add({ProjectTime{INT64_MAX}, ms(1)}));
     expectFailure(EditTimeline{}, Case::webcamFullscreenRangeInvalid, add(between(ms(0), ms(1000))));
     expectFailure(added, Case::webcamFullscreenOverlap, add(between(ms(20), ms(1000))));
 }
 
 TEST(TimelineEffectWebcamFullscreen, KeepsStartOrderAndRemovesById) {
-    EditTimeline timeline = withWebcam();
-    timeline = Effects::addWebcamFullscreen(timeline, between(ms(5000), ms(6000)), tenSeconds);
-    timeline = Effects::addWebcamFullscreen(timeline, between(ms(1000), ms(2000)), tenSeconds);
-    ASSERT_EQ(timeline.webcamFullscreenSegments.size(), 2u);
+    const EditTimeline timeline = withFullscreenAt({{5000, 6000}, {1000, 2000}});
     EXPECT_EQ(timeline.webcamFullscreenSegments[0].startTime, ms(1000));
-
-    const Uuid first = timeline.webcamFullscreenSegments[0].id;
-    const EditTimeline removed = Effects::removeWebcamFullscreen(timeline, first, tenSeconds);
-    ASSERT_EQ(removed.webcamFullscreenSegments.size(), 1u);
-    EXPECT_EQ(removed.webcamFullscreenSegments[0].startTime, ms(5000));
-
-    const Uuid unknown = Uuid::random();
-    const std::vector<std::function<EditTimeline(const EditTimeline&)>> operations = {
-        [&](const EditTimeline& t) { return Effects::removeWebcamFullscreen(t, unknown, tenSeconds); },
-        [&](const EditTimeline& t) { return Effects::moveWebcamFullscreen(t, unknown, ms(0), tenSeconds); },
-        [&](const EditTimeline& t) {
-            return Effects::updateWebcamFullscreenStart(t, unknown, ms(0), tenSeconds);
-        },
-        [&](const EditTimeline& t) {
-            return Effects::updateWebcamFullscreenEnd(t, unknown, ms(0), tenSeconds);
-        },
-    };
-    for (const auto& operation : operations) {
-        expectFailure(timeline, Case::webcamFullscreenNotFound, operation);
-    }
+    const EditTimeline removed =
+        Effects::removeWebcamFullscreen(timeline, timeline.webcamFullscreenSegments[0].id, tenSeconds);
+    EXPECT_EQ(removed.webcamFullscreenSegments,
+              std::vector<WebcamFullscreenSegment>{timeline.webcamFullscreenSegments[1]});
 }
 
 TEST(TimelineEffectWebcamFullscreen, DragsStopAtNeighboursAndAtTwoFrames) {
-    EditTimeline timeline = withWebcam();
-    timeline = Effects::addWebcamFullscreen(timeline, between(ms(1000), ms(2000)), tenSeconds);
-    timeline = Effects::addWebcamFullscreen(timeline, between(ms(3000), ms(4000)), tenSeconds);
-    timeline = Effects::addWebcamFullscreen(timeline, between(ms(7000), ms(8000)), tenSeconds);
+    const EditTimeline timeline = withFullscreenAt({{1000, 2000}, {3000, 4000}, {7000, 8000}});
     const Uuid middle = timeline.webcamFullscreenSegments[1].id;
-    const auto middleOf = [&](const EditTimeline& t) { return t.webcamFullscreenSegments[1]; };
+    const auto middleAfter = [&](const auto& operation, std::int64_t milliseconds) {
+        return operation(timeline, middle, ms(milliseconds), tenSeconds).webcamFullscreenSegments[1];
+    };
+    const ProjectTime minimum = Effects::minimumWebcamFullscreenDuration;
 
-    const WebcamFullscreenSegment movedLeft =
-        middleOf(Effects::moveWebcamFullscreen(timeline, middle, ms(0), tenSeconds));
-    EXPECT_EQ(movedLeft.startTime, ms(2000));
-    EXPECT_EQ(movedLeft.endTime, ms(3000));
-    const WebcamFullscreenSegment movedRight =
-        middleOf(Effects::moveWebcamFullscreen(timeline, middle, ms(6800), tenSeconds));
-    EXPECT_EQ(movedRight.startTime, ms(6000));
-    EXPECT_EQ(movedRight.endTime, ms(7000));
+    EXPECT_EQ(middleAfter(Effects::moveWebcamFullscreen, 0).endTime, ms(3000));
+    EXPECT_EQ(middleAfter(Effects::moveWebcamFullscreen, 6800).endTime, ms(7000));
+    EXPECT_EQ(middleAfter(Effects::updateWebcamFullscreenStart, 1500).startTime, ms(2000));
+    EXPECT_EQ(middleAfter(Effects::updateWebcamFullscreenStart, 3990).startTime,
+              TimelineFrameGrid::floorBoundary(ms(4000) - minimum));
+    EXPECT_EQ(middleAfter(Effects::updateWebcamFullscreenEnd, 9000).endTime, ms(7000));
+    EXPECT_EQ(middleAfter(Effects::updateWebcamFullscreenEnd, 0).endTime,
+              TimelineFrameGrid::ceilingBoundary(ms(3000) + minimum));
+}
 
-    EXPECT_EQ(
-        middleOf(Effects::updateWebcamFullscreenStart(timeline, middle, ms(1500), tenSeconds)).startTime,
-        ms(2000));
-    EXPECT_EQ(
-        middleOf(Effects::updateWebcamFullscreenStart(timeline, middle, ms(3990), tenSeconds)).startTime,
-        TimelineFrameGrid::floorBoundary(ms(4000) - Effects::minimumWebcamFullscreenDuration));
-    EXPECT_EQ(middleOf(Effects::updateWebcamFullscreenEnd(timeline, middle, ms(9000), tenSeconds)).endTime,
-              ms(7000));
-    const WebcamFullscreenSegment shortest =
-        middleOf(Effects::updateWebcamFullscreenEnd(timeline, middle, ms(0), tenSeconds));
-    EXPECT_EQ(shortest.endTime,
-              TimelineFrameGrid::ceilingBoundary(ms(3000) + Effects::minimumWebcamFullscreenDuration));
+TEST(TimelineEffectIds, AnUnknownIdIsNotFound) {
+    // The updates of each kind share one lookup; removal has its own.
+    EditTimeline timeline = withFullscreenAt({{1000, 2000}});
+    timeline.zooms = withZoomsAt({{1000, 2000}}).zooms;
+    const Uuid unknown = Uuid::random();
+    expectFailure(timeline, Case::zoomNotFound,
+                  [&](auto& t) { return Effects::updateZoomScale(t, unknown, 2, tenSeconds); });
+    expectFailure(timeline, Case::zoomNotFound,
+                  [&](auto& t) { return Effects::removeZoom(t, unknown, tenSeconds); });
+    expectFailure(timeline, Case::webcamFullscreenNotFound,
+                  [&](auto& t) { return Effects::moveWebcamFullscreen(t, unknown, ms(0), tenSeconds); });
+    expectFailure(timeline, Case::webcamFullscreenNotFound,
+                  [&](auto& t) { return Effects::removeWebcamFullscreen(t, unknown, tenSeconds); });
 }
 
 // ---- Webcam geometry ----
@@ -439,7 +352,6 @@ TEST(TimelineEffectWebcamGeometry, RadiiMeasureAgainstTheShorterCanvasSide) {
     EXPECT_DOUBLE_EQ(tall.vertical, portrait * 0.11);
 
     EXPECT_EQ(Effects::webcamRadii(3, 1, 1), (Effects::WebcamHalfExtents{0.2, 0.2}));
-    EXPECT_EQ(Effects::webcamRadii(0, 1, 1), (Effects::WebcamHalfExtents{0.05, 0.05}));
     const Effects::WebcamHalfExtents degenerate = Effects::webcamRadii(0.2, 0, -3);
     EXPECT_DOUBLE_EQ(degenerate.horizontal, 0.01 * 0.1);
     EXPECT_DOUBLE_EQ(degenerate.vertical, 0.01 * 0.1);
@@ -467,7 +379,6 @@ TEST(TimelineEffectWebcamGeometry, TheOverlayFollowsItsKeyframesWithEasing) {
                                        landscape);
     };
     EXPECT_EQ(at(0).center, (PointValue{0.2, 0.3}));
-    EXPECT_EQ(at(1000).diameter, 0.2);
     EXPECT_EQ(at(9000).center, (PointValue{0.6, 0.7}));
 
     const WebcamOverlay middle = at(2000);
@@ -503,16 +414,13 @@ TEST(TimelineEffectWebcamGeometry, MovingShiftsTheWholePathAsFarAsItFits) {
 
     const EditTimeline shifted = Effects::moveWebcamGlobally(timeline, ms(3000), {0.7, 0.6}, landscape);
     EXPECT_DOUBLE_EQ(shifted.webcamKeyframes[0].center.x, leftEdge + 0.2);
-    EXPECT_DOUBLE_EQ(shifted.webcamKeyframes[1].center.y, 0.6);
     EXPECT_DOUBLE_EQ(shifted.webcamOverlay->center.x, 0.7);
 
     // Far right: the keyframes nearest the right edge stop there.
     const EditTimeline right = Effects::moveWebcamGlobally(timeline, ms(3000), {1, 0.5}, landscape);
     EXPECT_DOUBLE_EQ(right.webcamKeyframes[1].center.x, 1 - leftEdge);
     EXPECT_DOUBLE_EQ(right.webcamKeyframes[0].center.x, leftEdge + (1 - leftEdge - 0.5));
-    EXPECT_NO_THROW(Effects::validate(right, tenSeconds));
 
-    EXPECT_EQ(Effects::moveWebcamGlobally(EditTimeline{}, ms(0), {0.2, 0.2}, landscape), EditTimeline{});
     EXPECT_EQ(Effects::moveWebcamGlobally(timeline, ms(0), {NAN, 0.2}, landscape), timeline);
 }
 
@@ -529,9 +437,6 @@ TEST(TimelineEffectWebcamGeometry, ResizingScalesEveryDiameterAndKeepsCentersOnT
     EXPECT_DOUBLE_EQ(larger.webcamKeyframes[0].diameter, 0.4);
     EXPECT_DOUBLE_EQ(larger.webcamOverlay->diameter, 0.4 / 0.3 * 0.2);
     expectNear(larger.webcamKeyframes[0].center, {1 - portrait * 0.2, 1 - 0.2});
-    EXPECT_NO_THROW(Effects::validate(larger, tenSeconds));
-
-    EXPECT_EQ(Effects::resizeWebcamGlobally(EditTimeline{}, ms(0), 0.3, landscape), EditTimeline{});
 }
 
 TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
@@ -551,13 +456,7 @@ TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
     const EditTimeline two =
         Effects::upsertWebcamKeyframe(updated, ms(500), {0, 0}, 0.2, tenSeconds, landscape);
     ASSERT_EQ(two.webcamKeyframes.size(), 2u);
-    EXPECT_EQ(two.webcamKeyframes[0].time, ms(500));
     expectNear(two.webcamKeyframes[0].center, {portrait * 0.1, 0.1});
-
-    // The last instant of the source rounds down into it.
-    const EditTimeline last = Effects::upsertWebcamKeyframe(timeline, tenSeconds - ProjectTime{1}, {0.5, 0.5},
-                                                            0.2, tenSeconds, landscape);
-    EXPECT_LT(last.webcamKeyframes[0].time, tenSeconds);
 
     const EditTimeline removed = Effects::removeWebcamKeyframe(two, two.webcamKeyframes[0].id);
     EXPECT_EQ(removed.webcamKeyframes, std::vector<WebcamOverlayKeyframe>{two.webcamKeyframes[1]});
@@ -573,7 +472,6 @@ TEST(TimelineEffectWebcamKeyframes, UpsertRefusesTimesOutsideTheSourceAndPlaceme
     const EditTimeline timeline = withKeyframes({{Uuid::random(), ms(1000), {0.5, 0.5}, 0.2}});
     expectFailure(timeline, Case::keyframeOutsideSource, upsert(tenSeconds, {0.5, 0.5}, 0.2));
     expectFailure(timeline, Case::keyframeOutsideSource, upsert(ProjectTime{-1}, {0.5, 0.5}, 0.2));
-    expectFailure(timeline, Case::keyframeInvalid, upsert(ms(0), {NAN, 0.5}, 0.2));
     expectFailure(timeline, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, INFINITY));
     expectFailure(EditTimeline{}, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, 0.2));
 }

@@ -2,6 +2,7 @@
 #include "project/document/TimelineRateMath.h"
 #include "project/document/TimelineValidationError.h"
 #include "project/engine/TimelineMapper.h"
+#include "support/TimelineBuilders.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -21,24 +22,15 @@ constexpr auto down = TimelineRateRounding::down;
 constexpr auto up = TimelineRateRounding::up;
 constexpr auto nearest = TimelineRateRounding::nearest;
 
-constexpr ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
-constexpr ProjectTime ns(std::int64_t nanoseconds) {
-    return ProjectTime{nanoseconds};
-}
+using testing::ms;
+using testing::ns;
+using testing::timelineOf;
 ProjectTimeRange range(ProjectTime start, ProjectTime duration) {
     return {start, duration};
 }
 
 TimelineSegment segment(ProjectTime start, ProjectTime duration, std::int64_t permille) {
     return {Uuid::random(), {start, duration}, {permille}};
-}
-
-EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
-    EditTimeline timeline;
-    timeline.segments = std::move(segments);
-    return timeline;
 }
 
 // Ten seconds of source with a leading cut, a cut between A and B, B and C
@@ -116,18 +108,9 @@ TEST(TimelineRateMath, ConversionsRoundExactlyAsAsked) {
     }
 }
 
-TEST(TimelineRateMath, KnownLengthsAndTies) {
-    EXPECT_EQ(TimelineRateMath::sequenceNanoseconds(1'000'000'000, {2000}, nearest), 500'000'000);
-    // 1.5 ns: the tie goes up under nearest.
-    EXPECT_EQ(TimelineRateMath::sequenceNanoseconds(3, {2000}, nearest), 2);
-    EXPECT_EQ(TimelineRateMath::sourceNanoseconds(1, {500}, nearest), 1);
-    // The operand is split before multiplying: the largest time survives 1x.
-    EXPECT_EQ(TimelineRateMath::sequenceNanoseconds(maxNanoseconds, {1000}, up), maxNanoseconds);
-    // The two directions are not inverses: 1 ns at 3x plays for no time at all.
-    const auto sequence = TimelineRateMath::sequenceNanoseconds(1, {3000}, nearest);
-    ASSERT_EQ(sequence, 0);
-    EXPECT_EQ(TimelineRateMath::sourceNanoseconds(*sequence, {3000}, nearest), 0);
+TEST(TimelineRateMath, SequenceDurationRoundsToNearest) {
     EXPECT_EQ(TimelineRateMath::sequenceDuration(ns(66'666'662), {4000}), ns(16'666'666));
+    EXPECT_EQ(TimelineRateMath::sequenceDuration(ns(3), {2000}), ns(2));
 }
 
 TEST(TimelineRateMath, ImpossibleConversionsGiveNone) {
@@ -143,14 +126,6 @@ TEST(TimelineRateMath, ImpossibleConversionsGiveNone) {
 
 // ---------------------------------------------------------------------------
 // Construction
-
-TEST(TimelineMapperConstruction, DoubleSpeedHalvesTheLength) {
-    const TimelineSegment only = segment(ns(0), ns(1'000'000'000), 2000);
-    const TimelineMapper mapper(timelineOf({only}), ms(3'000));
-    EXPECT_EQ(mapper.sequenceDuration(), ns(500'000'000));
-    EXPECT_EQ(mapper.projections(),
-              (std::vector{TimelineSegmentProjection{only, range(ns(0), ns(500'000'000))}}));
-}
 
 TEST(TimelineMapperConstruction, SegmentsLieEndToEndFromZeroEachConvertedOnce) {
     const CutTimeline fixture;
@@ -174,10 +149,6 @@ TEST(TimelineMapperConstruction, InvalidTimelinesAreRefusedWithTheValidationErro
         return std::optional<TimelineValidationError::Case>{};
     };
     using Case = TimelineValidationError::Case;
-    EXPECT_EQ(caseOf(EditTimeline::empty(), sourceDuration), Case::empty);
-    EXPECT_EQ(caseOf(timelineOf({segment(ms(5'000), ms(100), 1000), segment(ms(0), ms(100), 1000)}),
-                     sourceDuration),
-              Case::segmentsOutOfOrder);
     EXPECT_EQ(caseOf(timelineOf({segment(ms(9'950), ms(100), 1000)}), sourceDuration),
               Case::rangeOutsideSource);
 
@@ -198,7 +169,6 @@ TEST(TimelineMapperConstruction, ASequenceBeyondSixtyFourBitsOverflows) {
     } catch (const TimelineValidationError& error) {
         EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceDurationOverflow);
         EXPECT_EQ(error.id(), second.id);
-        EXPECT_EQ(error.message(), "变速后的时间轴时长超出支持范围。");
     }
     // Alone, the first one fits.
     EXPECT_EQ(TimelineMapper(timelineOf({first}), ns(maxNanoseconds)).sequenceDuration(),
@@ -216,14 +186,8 @@ TEST(TimelineMapperPointMapping, SegmentBoundariesMapBothWays) {
         EXPECT_EQ(fixture.mapper.mappedTimeForSequenceTime(projection.sequenceRange.start), atStart);
         EXPECT_EQ(fixture.mapper.mappedTimeForSourceTime(projection.segment.sourceRange.start), atStart);
     }
-    const TimelineMapper& mapper = fixture.mapper;
-    // The last nanosecond of A still belongs to A, and B begins where A ended
-    // on the sequence axis although a second of source lies between them.
-    EXPECT_EQ(mapper.mappedTimeForSourceTime(ms(2'000) - ns(1)),
-              (TimelineMappedTime{fixture.a.id, ms(2'000) - ns(1), ms(1'500) - ns(1)}));
-    EXPECT_EQ(mapper.mappedTimeForSourceTime(ms(3'000)),
-              (TimelineMappedTime{fixture.b.id, ms(3'000), ms(1'500)}));
-    EXPECT_EQ(mapper.mappedTimeForSequenceTime(ms(1'500) - ns(1)),
+    // The last nanosecond of A still belongs to A.
+    EXPECT_EQ(fixture.mapper.mappedTimeForSourceTime(ms(2'000) - ns(1)),
               (TimelineMappedTime{fixture.a.id, ms(2'000) - ns(1), ms(1'500) - ns(1)}));
 }
 
@@ -235,8 +199,7 @@ TEST(TimelineMapperPointMapping, TheLastNanosecondOfASegmentStaysInside) {
     EXPECT_EQ(mapper.mappedTimeForSourceTime(ms(5'000) - ns(1)),
               (TimelineMappedTime{fixture.b.id, ms(5'000) - ns(1), ms(2'500) - ns(1)}));
     // C at 0.5x: sequence 4.5 s - 1 ns is 999,999,999.5 ns of source.
-    EXPECT_EQ(mapper.mappedTimeForSequenceTime(ms(4'500) - ns(1)),
-              (TimelineMappedTime{fixture.c.id, ms(6'000) - ns(1), ms(4'500) - ns(1)}));
+    EXPECT_EQ(mapper.mappedTimeForSequenceTime(ms(4'500) - ns(1))->sourceTime, ms(6'000) - ns(1));
 
     // 4x: the last source nanosecond of 66,666,663 lies 16,666,665.5 ns in.
     const TimelineSegment fast = segment(ns(0), ns(66'666'663), 4000);
@@ -261,10 +224,8 @@ TEST(TimelineMapperPointMapping, OffsetsScaleByTheRateAndRoundToNearest) {
     const auto sourceAt = [&](ProjectTime t) { return mapper.mappedTimeForSequenceTime(t)->sourceTime; };
     const auto sequenceAt = [&](ProjectTime s) { return mapper.mappedTimeForSourceTime(s)->sequenceTime; };
 
-    EXPECT_EQ(sourceAt(ms(1'750)), ms(3'500)); // B, 2x
-    EXPECT_EQ(sourceAt(ms(3'500)), ms(5'500)); // C, 0.5x
-    EXPECT_EQ(sequenceAt(ms(3'500)), ms(1'750));
-    EXPECT_EQ(sequenceAt(ms(5'500)), ms(3'500));
+    EXPECT_EQ(sourceAt(ms(1'750)), ms(3'500));   // B, 2x
+    EXPECT_EQ(sequenceAt(ms(5'500)), ms(3'500)); // C, 0.5x
     // D, 1.23x: 1 ns of sequence is 1.23 ns of source, 3 ns 3.69 ns, and
     // 50 ns exactly 61.5 ns, a tie that goes up.
     EXPECT_EQ(sourceAt(startOfD + ns(1)), ms(7'000) + ns(1));
@@ -281,70 +242,11 @@ TEST(TimelineMapperPointMapping, OffsetsScaleByTheRateAndRoundToNearest) {
 TEST(TimelineMapperPointMapping, TimesOutsideOrInCutsAreNone) {
     const CutTimeline fixture;
     const TimelineMapper& mapper = fixture.mapper;
-    for (const ProjectTime t :
-         {ns(minNanoseconds), ns(-1), sequenceDuration, sequenceDuration + ns(1), ns(maxNanoseconds)}) {
+    for (const ProjectTime t : {ns(-1), sequenceDuration, ns(maxNanoseconds)}) {
         EXPECT_EQ(mapper.mappedTimeForSequenceTime(t), std::nullopt) << t.nanoseconds;
     }
-    EXPECT_TRUE(mapper.mappedTimeForSequenceTime(sequenceDuration - ns(1)).has_value());
-
-    for (const ProjectTime s :
-         {ns(minNanoseconds), ns(-1), ns(0), ms(500) - ns(1), ms(2'000), ms(2'500), ms(3'000) - ns(1),
-          ms(6'000), ms(7'000) - ns(1), ms(9'000), sourceDuration, ns(maxNanoseconds)}) {
+    for (const ProjectTime s : {ns(-1), ms(500) - ns(1), ms(2'000), ms(3'000) - ns(1), ms(9'000)}) {
         EXPECT_EQ(mapper.mappedTimeForSourceTime(s), std::nullopt) << s.nanoseconds;
-    }
-}
-
-TEST(TimelineMapperPointMapping, ManyTimesLandInsideTheirSegmentInOrder) {
-    // Hundreds of segments with random cuts and rates; every mapping must
-    // fall in the projection that holds it and keep the order of its input.
-    std::mt19937_64 random(11);
-    std::vector<TimelineSegment> segments;
-    std::int64_t cursor = 0;
-    for (int index = 0; index < 300; ++index) {
-        cursor += static_cast<std::int64_t>(random() % 3) * 40'000'000; // often no cut
-        const std::int64_t length = 70'000'000 + static_cast<std::int64_t>(random() % 900'000'000);
-        segments.push_back(
-            segment(ns(cursor), ns(length), 500 + static_cast<std::int64_t>(random() % 351) * 10));
-        cursor += length;
-    }
-    const TimelineMapper mapper(timelineOf(segments), ns(cursor + 1'000));
-    const auto& projections = mapper.projections();
-
-    std::vector<std::int64_t> times;
-    for (int index = 0; index < 5'000; ++index) {
-        times.push_back(static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(cursor + 1'000)));
-    }
-    std::sort(times.begin(), times.end());
-
-    std::optional<ProjectTime> previousSource;
-    for (const std::int64_t value : times) {
-        if (value >= mapper.sequenceDuration().nanoseconds) {
-            continue;
-        }
-        const auto mapped = mapper.mappedTimeForSequenceTime(ns(value));
-        ASSERT_TRUE(mapped.has_value()) << value;
-        const auto projection = mapper.projectionForSegmentID(mapped->segmentID);
-        ASSERT_TRUE(projection.has_value());
-        EXPECT_TRUE(projection->sequenceRange.contains(ns(value)));
-        EXPECT_TRUE(projection->segment.sourceRange.contains(mapped->sourceTime));
-        EXPECT_GE(mapped->sourceTime, previousSource.value_or(mapped->sourceTime));
-        previousSource = mapped->sourceTime;
-    }
-
-    std::optional<ProjectTime> previousSequence;
-    for (const std::int64_t value : times) {
-        const auto holder = std::find_if(projections.begin(), projections.end(), [&](const auto& projection) {
-            return projection.segment.sourceRange.contains(ns(value));
-        });
-        const auto mapped = mapper.mappedTimeForSourceTime(ns(value));
-        ASSERT_EQ(mapped.has_value(), holder != projections.end()) << value;
-        if (!mapped) {
-            continue;
-        }
-        EXPECT_EQ(mapped->segmentID, holder->segment.id);
-        EXPECT_TRUE(holder->sequenceRange.contains(mapped->sequenceTime));
-        EXPECT_GE(mapped->sequenceTime, previousSequence.value_or(mapped->sequenceTime));
-        previousSequence = mapped->sequenceTime;
     }
 }
 
@@ -354,11 +256,10 @@ TEST(TimelineMapperPointMapping, TheSequenceEndMapsToTheEndOfTheLastSegment) {
     EXPECT_EQ(mapper.mappedTimeForSequenceTime(sequenceDuration), std::nullopt);
     // E ends at 9 s, before the trailing cut.
     EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(sequenceDuration), ms(9'000));
-    for (const ProjectTime t : {ms(0), ms(1'750), startOfD + ns(50), sequenceDuration - ns(1)}) {
+    for (const ProjectTime t : {ms(1'750), startOfD + ns(50)}) {
         EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(t), mapper.mappedTimeForSequenceTime(t)->sourceTime);
     }
     EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(sequenceDuration + ns(1)), std::nullopt);
-    EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(ns(-1)), std::nullopt);
 }
 
 TEST(TimelineMapperPointMapping, RemovedContentGoesToTheNextKeptSegment) {
@@ -368,13 +269,10 @@ TEST(TimelineMapperPointMapping, RemovedContentGoesToTheNextKeptSegment) {
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(3'500)), ms(1'750));
     // The leading cut goes to the start, the cut after A to B, the cut after C to D.
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(100)), ms(0));
-    EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ns(-5)), ms(0));
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(2'000)), ms(1'500));
-    EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(3'000) - ns(1)), ms(1'500));
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(6'000)), startOfD);
-    // After the last segment, and past the source, the end of the sequence.
+    // After the last segment, the end of the sequence.
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(9'000)), sequenceDuration);
-    EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(20'000)), sequenceDuration);
 }
 
 TEST(TimelineMapperPointMapping, ProjectionsAreFoundByTheirSegmentID) {
@@ -383,13 +281,6 @@ TEST(TimelineMapperPointMapping, ProjectionsAreFoundByTheirSegmentID) {
         EXPECT_EQ(fixture.mapper.projectionForSegmentID(projection.segment.id), projection);
     }
     EXPECT_EQ(fixture.mapper.projectionForSegmentID(Uuid::random()), std::nullopt);
-
-    // Of two segments that share an id, the first in timeline order answers.
-    TimelineSegment first = segment(ms(0), ms(100), 1000);
-    TimelineSegment second = segment(ms(200), ms(100), 2000);
-    second.id = first.id;
-    const TimelineMapper mapper(timelineOf({first, second}), ms(300));
-    EXPECT_EQ(mapper.projectionForSegmentID(first.id)->segment, first);
 }
 
 // ---------------------------------------------------------------------------
@@ -401,20 +292,15 @@ TEST(TimelineMapperRanges, ARangeOverACutGivesTouchingPiecesThatStaySeparate) {
     // 1.5-2 s of A and 3-4 s of B, which plays at 2x.
     EXPECT_EQ(mapper.projectedRanges(range(ms(1'500), ms(2'500))),
               (std::vector{range(ms(1'000), ms(500)), range(ms(1'500), ms(500))}));
-    // Touching segments are not merged either.
-    EXPECT_EQ(mapper.projectedRanges(range(ms(4'000), ms(2'000))),
-              (std::vector{range(ms(2'000), ms(500)), range(ms(2'500), ms(2'000))}));
     // The mirror image: the sequence 1-2 s shows 1.5-2 s and 3-4 s of source.
     EXPECT_EQ(mapper.sourceRanges(range(ms(1'000), ms(1'000))),
               (std::vector{range(ms(1'500), ms(500)), range(ms(3'000), ms(1'000))}));
 
     // Nothing kept, nothing shown: exactly a cut, past the end, empty ranges.
-    for (const ProjectTimeRange& nothing : {range(ms(2'000), ms(1'000)), range(ms(9'000), ms(5'000)),
-                                            range(ms(1'000), ms(0)), range(ms(1'000), ms(-100))}) {
+    for (const ProjectTimeRange& nothing : {range(ms(2'000), ms(1'000)), range(ms(1'000), ms(-100))}) {
         EXPECT_TRUE(mapper.projectedRanges(nothing).empty());
     }
-    for (const ProjectTimeRange& nothing :
-         {range(sequenceDuration, ms(1'000)), range(ms(-1'000), ms(1'000)), range(ms(1'000), ms(0))}) {
+    for (const ProjectTimeRange& nothing : {range(sequenceDuration, ms(1'000)), range(ms(1'000), ms(0))}) {
         EXPECT_TRUE(mapper.sourceRanges(nothing).empty());
     }
 }
@@ -444,8 +330,6 @@ TEST(TimelineMapperRanges, StartsRoundDownAndEndsUpSoThatTheSourceIsCovered) {
     // Sequence offsets 1-2 ns are 1.23-2.46 ns of source.
     EXPECT_EQ(mapper.sourceRanges(range(startOfD + ns(1), ns(1))),
               std::vector{range(ms(7'000) + ns(1), ns(2))});
-    // E, 3x: one source nanosecond inside still shows for one nanosecond.
-    EXPECT_EQ(mapper.projectedRanges(range(ms(8'500) + ns(1), ns(1))), std::vector{range(startOfE, ns(1))});
 
     // Whatever the rate, each piece covers the mapped times of its ends.
     for (const TimelineSegmentProjection& projection : mapper.projections()) {
@@ -466,11 +350,9 @@ TEST(TimelineMapperRanges, RetainedOnlyWhenNoNanosecondLiesInACut) {
     }
     const ProjectTimeRange rangeOfA = fixture.a.sourceRange;
     EXPECT_FALSE(mapper.retainsEntireSourceRange(range(rangeOfA.start, rangeOfA.duration + ns(1))));
-    EXPECT_FALSE(mapper.retainsEntireSourceRange(range(rangeOfA.start - ns(1), rangeOfA.duration)));
     // B and C touch, so together they are kept whole; A to B spans a cut.
     EXPECT_TRUE(mapper.retainsEntireSourceRange(range(ms(3'000), ms(3'000))));
     EXPECT_FALSE(mapper.retainsEntireSourceRange(range(ms(1'000), ms(3'000))));
-    EXPECT_FALSE(mapper.retainsEntireSourceRange(range(ns(0), sourceDuration)));
     EXPECT_TRUE(mapper.retainsEntireSourceRange(range(ms(2'500), ms(0))));
 }
 
@@ -486,9 +368,7 @@ TEST(TimelineMapperDelta, ADeltaMovesAtTheSegmentsRateWithoutClamping) {
     // The magnitude is rounded before the sign is restored: 61.5 ns either way.
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(50, ms(7'000), fixture.d.id), ms(7'000) + ns(62));
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(-50, ms(7'000), fixture.d.id), ms(7'000) - ns(62));
-    // The most negative delta that has a magnitude, and a sum at the limit.
-    EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(minNanoseconds + 1, ns(0), fixture.a.id),
-              ns(minNanoseconds + 1));
+    // A sum at the limit.
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(10, ns(maxNanoseconds - 10), fixture.a.id),
               ns(maxNanoseconds));
 
@@ -511,11 +391,8 @@ TEST(TimelineMapperEmpty, AMapperWithoutProjectionsMapsNothing) {
     EXPECT_TRUE(mapper.projections().empty());
     EXPECT_EQ(mapper.sequenceDuration(), ns(0));
     EXPECT_EQ(mapper.mappedTimeForSequenceTime(ns(0)), std::nullopt);
-    EXPECT_EQ(mapper.mappedTimeForSourceTime(ns(0)), std::nullopt);
     EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(ns(0)), std::nullopt);
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(5)), ns(0));
-    EXPECT_TRUE(mapper.projectedRanges(range(ns(0), ms(5))).empty());
-    EXPECT_TRUE(mapper.sourceRanges(range(ns(0), ms(5))).empty());
     EXPECT_TRUE(mapper.retainsEntireSourceRange(range(ms(3), ns(0))));
     EXPECT_FALSE(mapper.retainsEntireSourceRange(range(ms(3), ns(1))));
 }

@@ -24,15 +24,12 @@ EditTimeline apply(const Settings& settings, const EditTimeline& timeline = {}, 
 
 std::optional<TimelineSettingsError> failureOf(const Settings& settings, const EditTimeline& timeline = {},
                                                bool hasWebcam = true) {
-    const EditTimeline before = timeline;
-    std::optional<TimelineSettingsError> failure;
     try {
         apply(settings, timeline, hasWebcam);
     } catch (const TimelineSettingsError& error) {
-        failure = error;
+        return error;
     }
-    EXPECT_EQ(timeline, before);
-    return failure;
+    return std::nullopt;
 }
 
 // A timeline whose appearance differs from the defaults in every member that
@@ -87,25 +84,16 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
     const auto micGain = [](const EditTimeline& t) { return t.audioMix.microphone.gainDecibels; };
     const auto micMuted = [](const EditTimeline& t) { return t.audioMix.microphone.isMuted; };
     const auto systemGain = [](const EditTimeline& t) { return t.audioMix.systemAudio.gainDecibels; };
-    const auto systemMuted = [](const EditTimeline& t) { return t.audioMix.systemAudio.isMuted; };
     const auto aspect = [](const EditTimeline& t) { return t.canvas.aspectRatio; };
     const auto background = [](const EditTimeline& t) { return t.canvas.background; };
     const auto padding = [](const EditTimeline& t) { return t.canvas.padding; };
     const auto radius = [](const EditTimeline& t) { return t.canvas.cornerRadius; };
-    const auto ripple = [](const EditTimeline& t) { return t.cursor.showsClickEffect; };
     const auto clickStyle = [](const EditTimeline& t) { return t.cursor.clickEffectStyle; };
     const auto cursorScale = [](const EditTimeline& t) { return t.cursor.scale; };
-    const auto cursorShown = [](const EditTimeline& t) { return t.cursor.isVisible; };
-    const auto webcamAspect = [](const EditTimeline& t) { return t.webcamOverlay->aspectRatio; };
-    const auto border = [](const EditTimeline& t) { return t.webcamOverlay->showsBorder; };
     const auto borderWidth = [](const EditTimeline& t) { return t.webcamOverlay->borderWidthAt1080p; };
     const auto cornerRadius = [](const EditTimeline& t) { return t.webcamOverlay->cornerRadius; };
     const auto diameter = [](const EditTimeline& t) { return t.webcamOverlay->diameter; };
-    const auto mirrored = [](const EditTimeline& t) { return t.webcamOverlay->isMirrored; };
-    const auto shadow = [](const EditTimeline& t) { return t.webcamOverlay->showsShadow; };
-    const auto webcamShown = [](const EditTimeline& t) { return t.webcamOverlay->isVisible; };
     const auto centerX = [](const EditTimeline& t) { return t.webcamOverlay->center.x; };
-    const auto centerY = [](const EditTimeline& t) { return t.webcamOverlay->center.y; };
     const auto shape = [](WebcamAspectRatio ratio, double corner) {
         return [ratio, corner](const EditTimeline& t) {
             EXPECT_EQ(t.webcamOverlay->aspectRatio, ratio);
@@ -113,74 +101,45 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
         };
     };
 
+    // One row per value form, and each clamp at the end it can reach.
     const std::vector<AcceptedSetting> examples = {
-        {"audio.microphone.gain-db", "-6.5", is(micGain, -6.5)},
         {"audio.microphone.gain-db", "+3", is(micGain, 3)},
-        {"audio.microphone.gain-db", "1e1", is(micGain, 10)},
         {"audio.microphone.gain-db", "-100", is(micGain, -60)},
         {"audio.microphone.gain-db", "40", is(micGain, 12)},
-        {"audio.microphone.muted", "true", is(micMuted, true)},
         {"audio.microphone.muted", "ON", is(micMuted, true)},
         {"audio.microphone.muted", "1", is(micMuted, true)},
         {"audio.microphone.muted", "False", is(micMuted, false)},
-        {"audio.microphone.muted", "off", is(micMuted, false)},
         {"audio.microphone.muted", "0", is(micMuted, false)},
-        {"audio.system.gain-db", "-12", is(systemGain, -12)},
         {"audio.system.gain-db", "-61", is(systemGain, -60)},
-        {"audio.system.gain-db", "12.5", is(systemGain, 12)},
-        {"audio.system.muted", "TRUE", is(systemMuted, true)},
-        {"audio.system.muted", "oFF", is(systemMuted, false)},
+        {"audio.system.muted", "TRUE",
+         [](const EditTimeline& t) { EXPECT_TRUE(t.audioMix.systemAudio.isMuted); }},
         {"canvas.aspect", "source", is(aspect, CanvasAspectRatio::source)},
         {"canvas.aspect", "16:9", is(aspect, CanvasAspectRatio::landscape16x9)},
-        {"canvas.aspect", "9:16", is(aspect, CanvasAspectRatio::portrait9x16)},
-        {"canvas.aspect", "3:4", is(aspect, CanvasAspectRatio::portrait3x4)},
-        {"canvas.aspect", "4:5", is(aspect, CanvasAspectRatio::portrait4x5)},
-        {"canvas.background", "solid", is(background, CanvasBackground::solid)},
         {"canvas.background", "gradient", is(background, CanvasBackground::gradient)},
-        {"canvas.padding", "0.12", is(padding, 0.12)},
         {"canvas.padding", "-1", is(padding, 0)},
         {"canvas.padding", "0.5", is(padding, 0.18)},
         {"canvas.radius", "0.0304", is(radius, 0.03)},
-        {"canvas.radius", "0.02", is(radius, 0.02)},
         {"canvas.radius", "1", is(radius, 0.08)},
-        {"canvas.radius", "-0.2", is(radius, 0)},
-        {"cursor.click-ripple", "on", is(ripple, true)},
-        {"cursor.click-ripple", "false", is(ripple, false)},
-        {"cursor.click-style", "solid-pulse", is(clickStyle, ClickEffectStyle::solidPulse)},
+        {"cursor.click-ripple", "on", [](const EditTimeline& t) { EXPECT_TRUE(t.cursor.showsClickEffect); }},
         {"cursor.click-style", "soft-glow", is(clickStyle, ClickEffectStyle::solidPulse)},
-        {"cursor.click-style", "ring", is(clickStyle, ClickEffectStyle::ring)},
         {"cursor.click-style", "ring-and-press", is(clickStyle, ClickEffectStyle::ringAndPress)},
-        {"cursor.scale", "1.5", is(cursorScale, 1.5)},
         {"cursor.scale", "9", is(cursorScale, 3.0)},
         {"cursor.scale", "0.1", is(cursorScale, 0.5)},
-        {"cursor.show", "True", is(cursorShown, true)},
-        {"cursor.show", "0", is(cursorShown, false)},
-        {"webcam.aspect-ratio", "source", is(webcamAspect, WebcamAspectRatio::source)},
-        {"webcam.aspect-ratio", "square", is(webcamAspect, WebcamAspectRatio::square)},
-        {"webcam.border", "1", is(border, true)},
-        {"webcam.border", "false", is(border, false)},
-        {"webcam.border-width", "4", is(borderWidth, 4)},
+        {"cursor.show", "True", [](const EditTimeline& t) { EXPECT_TRUE(t.cursor.isVisible); }},
+        {"webcam.aspect-ratio", "square",
+         [](const EditTimeline& t) { EXPECT_EQ(t.webcamOverlay->aspectRatio, WebcamAspectRatio::square); }},
+        {"webcam.border", "1", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->showsBorder); }},
         {"webcam.border-width", "100", is(borderWidth, 20)},
         {"webcam.border-width", "0", is(borderWidth, 2)},
-        {"webcam.corner-radius", "0.25", is(cornerRadius, 0.25)},
         {"webcam.corner-radius", "3", is(cornerRadius, 1)},
-        {"webcam.corner-radius", "-1", is(cornerRadius, 0)},
-        {"webcam.diameter", "0.3", is(diameter, 0.3)},
-        {"webcam.diameter", "1", is(diameter, 0.4)},
         {"webcam.diameter", "0", is(diameter, 0.1)},
-        {"webcam.mirror", "on", is(mirrored, true)},
-        {"webcam.mirror", "OFF", is(mirrored, false)},
-        {"webcam.shadow", "true", is(shadow, true)},
-        {"webcam.shadow", "0", is(shadow, false)},
+        {"webcam.mirror", "on", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->isMirrored); }},
+        {"webcam.shadow", "off", [](const EditTimeline& t) { EXPECT_FALSE(t.webcamOverlay->showsShadow); }},
         {"webcam.shape", "circle", shape(WebcamAspectRatio::square, 1.0)},
         {"webcam.shape", "rounded-rectangle", shape(WebcamAspectRatio::square, 0.6)},
-        {"webcam.show", "1", is(webcamShown, true)},
-        {"webcam.show", "false", is(webcamShown, false)},
+        {"webcam.show", "1", [](const EditTimeline& t) { EXPECT_TRUE(t.webcamOverlay->isVisible); }},
         {"webcam.x", "0.5", is(centerX, 0.5)},
-        {"webcam.y", "0.5", is(centerY, 0.5)},
         // Out of range, then kept on the canvas for the overlay's size.
-        {"webcam.x", "-3",
-         [](const EditTimeline& t) { EXPECT_DOUBLE_EQ(t.webcamOverlay->center.x, radiiOf(t).horizontal); }},
         {"webcam.y", "7",
          [](const EditTimeline& t) { EXPECT_DOUBLE_EQ(t.webcamOverlay->center.y, 1 - radiiOf(t).vertical); }},
     };
@@ -189,37 +148,21 @@ TEST(TimelineSettingsKeys, EveryKeyAcceptsItsValues) {
     for (const EditTimeline& base : {EditTimeline{}, unusualTimeline()}) {
         for (const AcceptedSetting& example : examples) {
             SCOPED_TRACE(example.key + "=" + example.value);
-            const EditTimeline result = apply({{example.key, example.value}}, base);
-            example.expect(result);
+            example.expect(apply({{example.key, example.value}}, base));
         }
     }
 }
 
 TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
+    // Number, switch and word parsing each in full on one key, then one
+    // unreadable value for every other key.
     const std::vector<std::pair<std::string, std::vector<std::string>>> examples = {
-        {"audio.microphone.gain-db",
-         {"", " 1", "\t1", "1 ", "abc", "1,5", "0x", "nan", "inf", "-inf", "1e999"}},
-        {"audio.microphone.muted", {"", "yes", "2", " true", "truee", "t"}},
-        {"audio.system.gain-db", {"-6dB", std::string("1\0", 2)}},
-        {"audio.system.muted", {"muted"}},
-        {"canvas.aspect", {"16:10", "SOURCE", "Source", "16x9", " 16:9", "landscape16x9"}},
-        {"canvas.background", {"Solid", "image", ""}},
-        {"canvas.padding", {"abc", "NaN"}},
-        {"canvas.radius", {"0.1px"}},
-        {"cursor.click-ripple", {"maybe"}},
-        {"cursor.click-style", {"Ring", "soft_glow", "solidPulse", "pulse"}},
-        {"cursor.scale", {"abc", "2x"}},
-        {"cursor.show", {"visible"}},
-        {"webcam.aspect-ratio", {"Square", "4:3"}},
-        {"webcam.border", {"y"}},
-        {"webcam.border-width", {"10px"}},
-        {"webcam.corner-radius", {""}},
-        {"webcam.diameter", {"big"}},
-        {"webcam.mirror", {"no"}},
-        {"webcam.shadow", {"none"}},
-        {"webcam.shape", {"Circle", "square", "rectangle"}},
-        {"webcam.show", {"hidden"}},
-        {"webcam.x", {"left"}},
+        {"audio.microphone.gain-db", {"", " 1", "1 ", "1,5", "nan", "inf", "1e999"}},
+        {"audio.microphone.muted", {"yes", "2", " true", "truee"}},
+        {"audio.system.gain-db", {std::string("1\0", 2)}},
+        {"canvas.aspect", {"16:10", "SOURCE"}},
+        {"cursor.click-style", {"Ring"}},
+        {"webcam.shape", {"square"}},
         {"webcam.y", {"0.5.5"}},
     };
     for (const auto& [key, values] : examples) {
@@ -235,8 +178,7 @@ TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
 }
 
 TEST(TimelineSettingsKeys, KeysOutsideTheTableAreUnknown) {
-    for (const std::string key : {"canvas.preset", "cursor", "", "Canvas.aspect", "audio.mic.gain-db", "zoom",
-                                  "webcam.size", "webcam."}) {
+    for (const std::string key : {"canvas.preset", "Canvas.aspect"}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, "1"}});
         ASSERT_TRUE(error.has_value());
@@ -247,11 +189,7 @@ TEST(TimelineSettingsKeys, KeysOutsideTheTableAreUnknown) {
 }
 
 TEST(TimelineSettingsKeys, WebcamKeysNeedWebcamMediaBeforeTheirValueIsRead) {
-    for (const auto& [key, value] : Settings{{"webcam.diameter", "0.4"},
-                                             {"webcam.x", "abc"},
-                                             {"webcam.shape", "hexagon"},
-                                             {"webcam.show", "true"},
-                                             {"webcam.unknown", "1"}}) {
+    for (const auto& [key, value] : Settings{{"webcam.x", "abc"}, {"webcam.unknown", "1"}}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, value}}, {}, false);
         ASSERT_TRUE(error.has_value());
@@ -304,8 +242,6 @@ TEST(TimelineSettingsWebcam, APlacementIsKeptOnTheCanvas) {
     const EditTimeline grown = apply({{"webcam.diameter", "0.4"}}, atEdge);
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.x, 1 - 9.0 / 16.0 * 0.2);
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.y, 0.8);
-    const EditTimeline wider = apply({{"webcam.aspect-ratio", "source"}}, atEdge);
-    EXPECT_DOUBLE_EQ(wider.webcamOverlay->center.x, 1 - 9.0 / 16.0 * 16.0 / 9.0 * 0.11);
 }
 
 TEST(TimelineSettingsWebcam, OnlyPlacementKeysMoveTheWebcam) {
@@ -315,12 +251,7 @@ TEST(TimelineSettingsWebcam, OnlyPlacementKeysMoveTheWebcam) {
 
     const EditTimeline aspectOnly = apply({{"canvas.aspect", "9:16"}}, timeline);
     EXPECT_EQ(aspectOnly.webcamOverlay, timeline.webcamOverlay);
-    for (const auto& [key, value] : Settings{{"webcam.border", "false"},
-                                             {"webcam.border-width", "12"},
-                                             {"webcam.corner-radius", "0.5"},
-                                             {"webcam.mirror", "off"},
-                                             {"webcam.shadow", "off"},
-                                             {"webcam.show", "off"}}) {
+    for (const auto& [key, value] : Settings{{"webcam.border-width", "12"}, {"webcam.show", "off"}}) {
         SCOPED_TRACE(key);
         EXPECT_EQ(apply({{key, value}}, timeline).webcamOverlay->center, (PointValue{0.99, 0.99}));
     }

@@ -132,6 +132,7 @@ TEST(JsonWriterTest, SlashesAreEscapedExceptInCommandLineResponses) {
 TEST(JsonWriterTest, TextIsWrittenAsUtf8WithControlCharactersEscaped) {
     EXPECT_EQ(json::write(Json("播放倍率 🎬"), JsonStyle::chunk), "\"播放倍率 🎬\"");
     EXPECT_EQ(json::write(Json("q\"b\\"), JsonStyle::chunk), R"("q\"b\\")");
+    EXPECT_EQ(json::write(Json("\n\t\r\b\f"), JsonStyle::chunk), R"("\n\t\r\b\f")");
     EXPECT_EQ(json::write(Json(std::string("\x01\x1f\x7f", 3)), JsonStyle::chunk), "\"\\u0001\\u001f\x7f\"");
     EXPECT_EQ(json::write(Json(std::string("a\0b", 3)), JsonStyle::chunk), R"("a\u0000b")");
 }

@@ -135,9 +135,11 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         {"no default variant", [](auto& c) { c.devices[3].variants[0].isDefault = false; }},
         {"no variants", [](auto& c) { c.devices[3].variants.clear(); }},
         {"zero width", [](auto& c) { c.devices[5].outerPixelSize.width = 0; }},
+        {"negative x", [](auto& c) { c.devices[7].screenRect.x = -0.01; }},
         {"zero width", [](auto& c) { c.devices[7].screenRect.width = 0; }},
         {"past the right", [](auto& c) { c.devices[7].screenRect.width = 1.01 - c.devices[7].screenRect.x; }},
         {"NaN rectangle", [](auto& c) { c.devices[7].screenRect.x = std::nan(""); }},
+        {"negative radius", [](auto& c) { c.devices[9].screenCornerRadius = -0.01; }},
         {"infinite radius", [](auto& c) { c.devices[9].screenCornerRadius = INFINITY; }},
     };
     for (const auto& [name, fault] : faults) {

@@ -162,6 +162,8 @@ TEST(EditTimelineCoding, MissingRequiredKeysAndUnknownWordsFail) {
         R"({"segments": [{"sourceRange": {"start": )" + time + R"(, "duration": )" + time + "}}]}",
         R"({"deviceFrame": {"isEnabled": true}})",
         R"({"webcamOverlay": {"isVisible": true, "center": )" + point + R"(, "isMirrored": true}})",
+        R"({"webcamKeyframes": [{"center": )" + point + R"(, "diameter": 0.2}]})",
+        R"({"webcamFullscreenSegments": [{"startTime": )" + time + "}]}",
         R"({"audioMix": {"systemAudio": {"isMuted": false}, "microphone": {"isMuted": false, "gainDecibels": 0}}})",
         R"({"zooms": [{"startTime": )" + time + R"(, "focusTime": )" + time + R"(, "holdEndTime": )" + time +
             R"(, "endTime": )" + time + R"(, "focusPoint": )" + point + "}]}",

@@ -96,6 +96,9 @@ TEST(EditTimelineNormalization, WebcamFollowsWhetherTheRecordingHasOne) {
     const EditTimeline with = stored.normalized(tenSeconds, true);
     EXPECT_EQ(with.webcamOverlay, WebcamOverlay::newRecording());
     EXPECT_EQ(with.webcamKeyframes, stored.webcamKeyframes);
+
+    stored.webcamOverlay.reset();
+    EXPECT_EQ(stored.normalized(tenSeconds, true).webcamOverlay, WebcamOverlay::defaultValue());
 }
 
 TEST(EditTimelineNormalization, ListsAreSortedAndKeyframesOutsideTheSourceDropped) {
@@ -157,6 +160,7 @@ TEST(EditTimelineNormalization, ValuesAreClampedToTheirRanges) {
     EXPECT_EQ(clampedHigh.canvas.padding, 0.18);
     EXPECT_EQ(clampedHigh.canvas.cornerRadius, 0.08);
     EXPECT_EQ(clampedHigh.cursor.scale, 3.0);
+    EXPECT_EQ(clampedHigh.audioMix.systemAudio.gainDecibels, 12);
     EXPECT_EQ(clampedHigh.audioMix.microphone, (AudioTrackEdit{true, 12}));
 
     EditTimeline low = EditTimeline::empty();

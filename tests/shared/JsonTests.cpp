@@ -95,14 +95,10 @@ std::string written(double value) {
 
 // The writer
 
-TEST(JsonWriterTest, DocumentStyleIsPrettyWithSpacedColons) {
-    const Json value = {{"b", Json::array({true})}, {"a", 1}};
-    EXPECT_EQ(json::write(value, JsonStyle::document), "{\n  \"a\" : 1,\n  \"b\" : [\n    true\n  ]\n}");
-    EXPECT_EQ(json::write(value, JsonStyle::commandLine), "{\n  \"a\" : 1,\n  \"b\" : [\n    true\n  ]\n}");
-
-    // Each level of nesting indents by two more spaces.
-    const Json nested = {{"outer", {{"inner", Json::array({Json::object({{"k", nullptr}})})}}}};
+TEST(JsonWriterTest, DocumentStyleIndentsEachLevelByTwoWithSpacedColons) {
+    const Json nested = {{"outer", {{"inner", Json::array({Json::object({{"k", nullptr}})})}}}, {"a", 1}};
     EXPECT_EQ(json::write(nested, JsonStyle::document), "{\n"
+                                                        "  \"a\" : 1,\n"
                                                         "  \"outer\" : {\n"
                                                         "    \"inner\" : [\n"
                                                         "      {\n"
@@ -111,27 +107,25 @@ TEST(JsonWriterTest, DocumentStyleIsPrettyWithSpacedColons) {
                                                         "    ]\n"
                                                         "  }\n"
                                                         "}");
+    const Json empty = {{"a", Json::array()}, {"b", Json::object()}};
+    EXPECT_EQ(json::write(empty, JsonStyle::document), "{\n  \"a\" : [],\n  \"b\" : {}\n}");
 }
 
-TEST(JsonWriterTest, ChunkStyleIsCompact) {
-    const Json value = {{"b", {{"c", nullptr}, {"a", false}}}, {"a", Json::array({1, -2, "x"})}};
-    EXPECT_EQ(json::write(value, JsonStyle::chunk), R"({"a":[1,-2,"x"],"b":{"a":false,"c":null}})");
-}
-
-TEST(JsonWriterTest, KeysAreSortedByTheirBytes) {
-    Json value = Json::object();
+TEST(JsonWriterTest, ChunkStyleIsCompactWithKeysSortedByTheirBytes) {
+    const Json value = {{"b", {{"c", nullptr}, {"a", false}}},
+                        {"a", Json::array({1, -2, "x", Json::object()})}};
+    EXPECT_EQ(json::write(value, JsonStyle::chunk), R"({"a":[1,-2,"x",{}],"b":{"a":false,"c":null}})");
+    Json keys = Json::object();
     for (const char* key : {"b", "aa", "é", "B", "a", "_", "10", "9"}) {
-        value[key] = 0;
+        keys[key] = 0;
     }
-    EXPECT_EQ(json::write(value, JsonStyle::chunk), R"({"10":0,"9":0,"B":0,"_":0,"a":0,"aa":0,"b":0,"é":0})");
+    EXPECT_EQ(json::write(keys, JsonStyle::chunk), R"({"10":0,"9":0,"B":0,"_":0,"a":0,"aa":0,"b":0,"é":0})");
 }
 
 TEST(JsonWriterTest, SlashesAreEscapedExceptInCommandLineResponses) {
     const Json value = {{"path", "/tmp/a b/c.mov"}};
     EXPECT_EQ(json::write(value, JsonStyle::document), "{\n  \"path\" : \"\\/tmp\\/a b\\/c.mov\"\n}");
-    EXPECT_EQ(json::write(value, JsonStyle::chunk), R"({"path":"\/tmp\/a b\/c.mov"})");
     EXPECT_EQ(json::write(value, JsonStyle::commandLine), "{\n  \"path\" : \"/tmp/a b/c.mov\"\n}");
-    // Keys follow the same rule as values.
     EXPECT_EQ(json::write(Json{{"a/b", 1}}, JsonStyle::chunk), R"({"a\/b":1})");
 }
 
@@ -141,22 +135,12 @@ TEST(JsonWriterTest, TextIsWrittenAsUtf8WithControlCharactersEscaped) {
     EXPECT_EQ(json::write(Json("\n\t\r\b\f"), JsonStyle::chunk), R"("\n\t\r\b\f")");
     EXPECT_EQ(json::write(Json(std::string("\x01\x1f\x7f", 3)), JsonStyle::chunk), "\"\\u0001\\u001f\x7f\"");
     EXPECT_EQ(json::write(Json(std::string("a\0b", 3)), JsonStyle::chunk), R"("a\u0000b")");
-    for (const char* text : {"播放/倍率", "line\nbreak\ttab", "\x1b[0m", "\"quoted\" \\ back"}) {
-        EXPECT_EQ(json::parse(json::write(Json(text), JsonStyle::document)).get<std::string>(), text);
-    }
 }
 
-TEST(JsonWriterTest, DoublesUseTheShortestFormAndWholeNumbersHaveNoFraction) {
+TEST(JsonWriterTest, NumbersUseTheShortestExactForm) {
     EXPECT_EQ(written(1.0), "1");
-    EXPECT_EQ(written(0.1), "0.1");
-    EXPECT_EQ(written(-0.5), "-0.5");
     EXPECT_EQ(written(0.1 + 0.2), "0.30000000000000004");
-    EXPECT_EQ(written(1920.0), "1920");
     EXPECT_EQ(written(12000000.0), "12000000");
-    EXPECT_EQ(written(0.0), "0");
-}
-
-TEST(JsonWriterTest, EveryFiniteDoubleReadsBackToTheSameValue) {
     for (const double value :
          {1e-7, 1e21, 1e300, -1e-300, 1.0 / 3.0, 2.0 / 3.0, 123.456, 9007199254740993.0, 4.9e-324,
           std::numeric_limits<double>::max(), std::numeric_limits<double>::min(),
@@ -164,138 +148,73 @@ TEST(JsonWriterTest, EveryFiniteDoubleReadsBackToTheSameValue) {
         const Json back = json::parse(written(value));
         EXPECT_EQ(back.get<double>(), value) << written(value);
     }
-}
-
-TEST(JsonWriterTest, IntegersAreWrittenExactly) {
     EXPECT_EQ(json::write(Json(std::numeric_limits<std::int64_t>::min()), JsonStyle::chunk),
               "-9223372036854775808");
-    EXPECT_EQ(json::write(Json(std::numeric_limits<std::uint64_t>::max()), JsonStyle::chunk),
-              "18446744073709551615");
-    EXPECT_EQ(json::write(Json(0), JsonStyle::chunk), "0");
 }
 
 TEST(JsonWriterTest, NonFiniteNumbersAreRefused) {
     EXPECT_THROW(json::write(Json(std::nan("")), JsonStyle::document), json::EncodingError);
-    EXPECT_THROW(json::write(Json(std::numeric_limits<double>::infinity()), JsonStyle::chunk),
-                 json::EncodingError);
     const Json nested = {{"a", Json::array({1, -std::numeric_limits<double>::infinity()})}};
     EXPECT_THROW(json::write(nested, JsonStyle::commandLine), json::EncodingError);
-    EXPECT_THROW(json::encodeDocument(rilo::PointValue{std::nan(""), 0}), json::EncodingError);
 }
 
-TEST(JsonWriterTest, EmptyContainersStayOnOneLine) {
-    EXPECT_EQ(json::write(Json::array(), JsonStyle::document), "[]");
-    EXPECT_EQ(json::write(Json::object(), JsonStyle::document), "{}");
-    const Json value = {{"a", Json::array()}, {"b", Json::object()}};
-    EXPECT_EQ(json::write(value, JsonStyle::document), "{\n  \"a\" : [],\n  \"b\" : {}\n}");
-    EXPECT_EQ(json::write(value, JsonStyle::chunk), R"({"a":[],"b":{}})");
-}
-
-TEST(JsonWriterTest, TheSameValueAlwaysGivesTheSameBytes) {
-    Json first = Json::object();
-    first["zeta"] = 0.1;
-    first["alpha"] = {{"y", 2}, {"x", 1}};
-    first["mid"] = "中/文";
-    Json second = Json::object();
-    second["mid"] = "中/文";
-    second["alpha"] = {{"x", 1}, {"y", 2}};
-    second["zeta"] = 0.1;
-    EXPECT_EQ(json::write(first, JsonStyle::document), json::write(second, JsonStyle::document));
-    const std::string bytes = json::write(first, JsonStyle::document);
-    EXPECT_EQ(json::write(json::parse(bytes), JsonStyle::document), bytes);
-    EXPECT_NE(bytes.back(), '\n');
-}
-
-// Parsing and decoding
-
-TEST(JsonParseTest, NonJsonIsADecodingError) {
-    for (const char* bytes :
-         {"", "{", "{'a':1}", "[1,]", "{} x", "NaN", "nul", "\"\xff\"", "1e400", "-1e400"}) {
-        EXPECT_THROW(json::parse(bytes), json::DecodingError) << bytes;
-    }
-    EXPECT_EQ(json::parse(" { \"a\" : [1, 2.5] } ")["a"][1].get<double>(), 2.5);
-}
+// Decoding
 
 TEST(ObjectReaderTest, DocumentsRoundTrip) {
     Shelf shelf;
     shelf.basket = {3, "早餐", 0.75, Fruit::bloodOrange, {{0.1, 0.2}}};
     shelf.spares = {Basket{}, Basket{7, std::nullopt, 2, Fruit::apple, {}}};
-    const std::string bytes = json::encodeDocument(shelf);
-    EXPECT_EQ(json::decodeDocument<Shelf>(bytes), shelf);
-    EXPECT_NE(bytes.find("\"fruit\" : \"blood-orange\""), std::string::npos) << bytes;
+    EXPECT_EQ(json::decodeDocument<Shelf>(json::encodeDocument(shelf)), shelf);
     // An empty optional is left out.
     EXPECT_EQ(json::write(json::encode(Basket{}), JsonStyle::chunk),
               R"({"count":0,"fruit":"apple","marks":[],"weight":1.5})");
 }
 
-TEST(ObjectReaderTest, MissingRequiredKeyNamesItsPath) {
+TEST(ObjectReaderTest, MissingKeysNameTheirPathAndNullCountsAsMissing) {
     EXPECT_EQ(decodingMessage(R"({"basket":{"fruit":"apple"}})"), "缺少必需的键：basket.count");
-    EXPECT_EQ(decodingMessage(R"({})"), "缺少必需的键：basket");
+    EXPECT_EQ(decodingMessage(R"({"basket":{"count":null,"fruit":"apple"}})"), "缺少必需的键：basket.count");
     const std::string nestedInArray =
         decodingMessage(R"({"basket":{"count":1,"fruit":"apple"},"spares":[{"count":1,"fruit":"apple"},)"
                         R"({"count":1,"fruit":"apple","marks":[{"x":0,"y":0},{"x":1}]}]})");
     EXPECT_NE(nestedInArray.find("spares[1].marks[1].y"), std::string::npos) << nestedInArray;
-}
 
-TEST(ObjectReaderTest, NullCountsAsMissing) {
-    EXPECT_EQ(decodingMessage(R"({"basket":{"count":null,"fruit":"apple"}})"), "缺少必需的键：basket.count");
-    const auto shelf = json::decodeDocument<Shelf>(
+    const auto nulls = json::decodeDocument<Shelf>(
         R"({"basket":{"count":2,"fruit":"apple","label":null,"weight":null,"marks":null},"spares":null})");
-    EXPECT_EQ(shelf.basket.count, 2);
-    EXPECT_EQ(shelf.basket.label, std::nullopt);
-    EXPECT_EQ(shelf.basket.weight, 1.5);
-    EXPECT_TRUE(shelf.basket.marks.empty());
-    EXPECT_TRUE(shelf.spares.empty());
-}
-
-TEST(ObjectReaderTest, PresentValuesOverrideDefaults) {
-    const auto shelf =
+    EXPECT_EQ(nulls.basket, (Basket{2, std::nullopt, 1.5, Fruit::apple, {}}));
+    EXPECT_TRUE(nulls.spares.empty());
+    const auto present =
         json::decodeDocument<Shelf>(R"({"basket":{"count":2,"fruit":"apple","label":"","weight":0}})");
-    EXPECT_EQ(shelf.basket.label, std::string());
-    EXPECT_EQ(shelf.basket.weight, 0.0);
+    EXPECT_EQ(present.basket.label, std::string());
+    EXPECT_EQ(present.basket.weight, 0.0);
 }
 
 TEST(ObjectReaderTest, IntegersMustBeWholeAndInRange) {
     EXPECT_EQ(json::decode<std::int32_t>(json::parse("3.0")), 3);
-    EXPECT_EQ(json::decode<std::int64_t>(json::parse("-3")), -3);
-    EXPECT_EQ(json::decode<std::int64_t>(json::parse("9223372036854775807")),
-              std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(json::decode<std::int64_t>(json::parse("-9223372036854775808")),
               std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(json::decode<std::uint64_t>(json::parse("18446744073709551615")),
               std::numeric_limits<std::uint64_t>::max());
-    EXPECT_EQ(json::decode<std::int32_t>(json::parse("-2147483648")),
-              std::numeric_limits<std::int32_t>::min());
 
-    for (const char* refused : {"3.5", "2147483648", "-2147483649", "1e10", "true", "\"3\"", "null", "[3]"}) {
+    for (const char* refused : {"3.5", "2147483648", "-2147483649", "1e10", "true", "\"3\"", "null"}) {
         EXPECT_THROW(json::decode<std::int32_t>(json::parse(refused)), json::DecodingError) << refused;
     }
-    for (const char* refused : {"9223372036854775808", "1e19", "-1e19", "0.5"}) {
+    for (const char* refused : {"9223372036854775808", "1e19", "-1e19"}) {
         EXPECT_THROW(json::decode<std::int64_t>(json::parse(refused)), json::DecodingError) << refused;
     }
     EXPECT_THROW(json::decode<std::uint64_t>(json::parse("-1")), json::DecodingError);
-    EXPECT_THROW(json::decode<std::uint8_t>(json::parse("256")), json::DecodingError);
     EXPECT_EQ(decodingMessage(R"({"basket":{"count":3.5,"fruit":"apple"}})"),
               "类型不符：basket.count应为整数");
 }
 
-TEST(ObjectReaderTest, WrongTypesAreRefused) {
+TEST(ObjectReaderTest, WrongTypesAndUnknownWordsAreRefused) {
     EXPECT_THROW(json::decode<double>(json::parse("\"1.5\"")), json::DecodingError);
-    EXPECT_THROW(json::decode<double>(json::parse("true")), json::DecodingError);
-    EXPECT_THROW(json::decode<std::string>(json::parse("15")), json::DecodingError);
     EXPECT_THROW(json::decode<bool>(json::parse("1")), json::DecodingError);
-    EXPECT_THROW(json::decode<std::vector<double>>(json::parse("{}")), json::DecodingError);
-    EXPECT_THROW(json::decode<Basket>(json::parse("[]")), json::DecodingError);
     EXPECT_EQ(json::decode<double>(json::parse("15")), 15.0);
     EXPECT_EQ(decodingMessage("[]"), "类型不符：文档应为对象");
     EXPECT_EQ(decodingMessage(R"({"basket":{"count":1,"fruit":"apple","label":7}})"),
               "类型不符：basket.label应为字符串");
-}
 
-TEST(ObjectReaderTest, EnumerationsDecodeFromTheirRawStringsOnly) {
     EXPECT_EQ(json::decode<Fruit>(Json("blood-orange")), Fruit::bloodOrange);
-    EXPECT_EQ(json::encode(Fruit::bloodOrange), Json("blood-orange"));
-    EXPECT_THROW(json::decode<Fruit>(Json("bloodOrange")), json::DecodingError);
     EXPECT_THROW(json::decode<Fruit>(Json("Apple")), json::DecodingError);
     EXPECT_THROW(json::decode<Fruit>(Json(0)), json::DecodingError);
     EXPECT_EQ(decodingMessage(R"({"basket":{"count":1,"fruit":"pear"}})"),

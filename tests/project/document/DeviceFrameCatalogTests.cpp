@@ -36,16 +36,12 @@ DeviceFrameCatalog shippedCatalog() {
     return DeviceFrameCatalog::decode(sourceCatalogBytes());
 }
 
-std::vector<std::string> namesOf(const std::vector<DeviceFrameDescriptor>& devices) {
+std::vector<std::string> compatibleIDs(const DeviceFrameCatalog& catalog, PixelSize size) {
     std::vector<std::string> ids;
-    for (const auto& device : devices) {
+    for (const auto& device : catalog.compatibleDevices(size)) {
         ids.push_back(device.id);
     }
     return ids;
-}
-
-std::vector<std::string> compatibleIDs(const DeviceFrameCatalog& catalog, PixelSize size) {
-    return namesOf(catalog.compatibleDevices(size));
 }
 
 // A device whose screen fills a picture of that size, with one black variant.
@@ -73,69 +69,16 @@ TEST(DeviceFrameCatalogTests, BuildResourcesHoldTheShippedCatalogWithEveryPictur
     ASSERT_FALSE(buildResourceDirectory().empty()) << "RILO_BUILD_DIR is not set";
     const auto catalog = DeviceFrameCatalog::load(buildResourceDirectory());
     EXPECT_EQ(catalog, shippedCatalog());
-    EXPECT_EQ(catalog.devices.size(), 24u);
-
-    std::set<std::string> assetIDs;
-    for (const auto& device : catalog.devices) {
-        SCOPED_TRACE(device.id);
-        EXPECT_GT(device.outerPixelSize.height, device.outerPixelSize.width);
-        int defaults = 0;
-        for (const auto& variant : device.variants) {
-            EXPECT_TRUE(assetIDs.insert(variant.id).second) << "duplicate asset id " << variant.id;
-            defaults += variant.isDefault ? 1 : 0;
-            const auto picture = DeviceFrameCatalog::resourceURL(variant, buildResourceDirectory());
-            ASSERT_TRUE(picture.has_value());
-            EXPECT_EQ(*picture, buildResourceDirectory() / "DeviceFrames" / variant.file);
-        }
-        EXPECT_EQ(defaults, 1);
-        EXPECT_GE(device.variants.size(), 1u);
-        EXPECT_LE(device.variants.size(), 3u);
-    }
 }
 
-TEST(DeviceFrameCatalogTests, ShippedDevicesFitRecordingsOfTheirOwnScreenInBothOrientations) {
+TEST(DeviceFrameCatalogTests, CommonRecordingSizesGetTheDefaultAssetOfThatScreen) {
     const auto catalog = shippedCatalog();
-    for (const auto& device : catalog.devices) {
-        SCOPED_TRACE(device.id);
-        const double ratio = device.screenAspectRatio();
-        ASSERT_LT(ratio, 1.0);
-        const std::int64_t longSide = 3000;
-        const auto shortSide = static_cast<std::int64_t>(std::lround(ratio * longSide));
-        const auto portrait = compatibleIDs(catalog, PixelSize::unnormalized(shortSide, longSide));
-        EXPECT_NE(std::find(portrait.begin(), portrait.end(), device.id), portrait.end());
-        EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(longSide, shortSide)), portrait);
-    }
-}
-
-TEST(DeviceFrameCatalogTests, CommonRecordingSizesGetTheDeviceOfThatScreen) {
-    const auto catalog = shippedCatalog();
-    struct Expectation {
-        std::int64_t width;
-        std::int64_t height;
-        std::string assetID;
-    };
     // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
     // still find the device.
-    for (const auto& [width, height, assetID] : std::vector<Expectation>{
-             {1179, 2556, "phone-6-1-black"},
-             {1290, 2796, "phone-6-7-black"},
-             {1080, 1920, "phone-5-5-16x9-black"},
-             {1920, 1080, "phone-5-5-16x9-black"},
-             {2388, 1668, "tablet-11-gray"},
-             {1812, 2176, "foldable-inner-black"},
-         }) {
-        SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
-        const auto found = catalog.defaultAssetID(PixelSize(width, height));
-        ASSERT_TRUE(found.has_value());
-        EXPECT_EQ(*found, assetID);
-        const auto asset = catalog.descriptor(*found);
-        ASSERT_TRUE(asset.has_value());
-        const double expected =
-            static_cast<double>(std::min(width, height)) / static_cast<double>(std::max(width, height));
-        EXPECT_NEAR(asset->descriptor.screenAspectRatio(), expected, 1e-9);
-    }
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1179, 2556)), "phone-6-1-black");
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1920, 1080)), "phone-5-5-16x9-black");
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(2388, 1668)), "tablet-11-gray");
     EXPECT_EQ(catalog.defaultAssetID(PixelSize(1080, 1080)), std::nullopt);
-    EXPECT_EQ(catalog.defaultAssetID(PixelSize(3840, 1080)), std::nullopt);
 }
 
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
@@ -146,7 +89,6 @@ TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearest
     EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(5004, 10000)), std::vector<std::string>{"half"});
     EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(4993, 10000)).empty());
     EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(5007, 10000)).empty());
-    EXPECT_TRUE(compatibleIDs(catalog, PixelSize::unnormalized(10000, 4993)).empty());
     // Without its neighbours 1000 by 1999 would miss by 0.00025; a short side
     // of 1 leaves out the candidate 0 / long.
     EXPECT_EQ(compatibleIDs(catalog, PixelSize::unnormalized(1999, 1000)), std::vector<std::string>{"half"});
@@ -178,12 +120,7 @@ TEST(DeviceFrameCatalogTests, AssetIDsResolveToTheirDeviceAndVariant) {
     const auto blue = catalog.descriptor("phone-6-1-blue");
     ASSERT_TRUE(blue.has_value());
     EXPECT_EQ(blue->descriptor.id, "phone-6-1");
-    EXPECT_EQ(blue->variant.id, "phone-6-1-blue");
-    EXPECT_FALSE(blue->variant.isDefault);
-    EXPECT_EQ(blue->descriptor.defaultVariant()->id, "phone-6-1-black");
-
     EXPECT_FALSE(catalog.descriptor("phone-6-1").has_value()) << "a device id is not an asset id";
-    EXPECT_FALSE(catalog.descriptor("").has_value());
     EXPECT_FALSE(catalog.descriptor("PHONE-6-1-BLUE").has_value());
 }
 
@@ -201,7 +138,6 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         {"negative x", [](auto& c) { c.devices[7].screenRect.x = -0.01; }},
         {"zero width", [](auto& c) { c.devices[7].screenRect.width = 0; }},
         {"past the right", [](auto& c) { c.devices[7].screenRect.width = 1.01 - c.devices[7].screenRect.x; }},
-        {"past the bottom", [](auto& c) { c.devices[7].screenRect.y = 0.5; }},
         {"NaN rectangle", [](auto& c) { c.devices[7].screenRect.x = std::nan(""); }},
         {"negative radius", [](auto& c) { c.devices[9].screenCornerRadius = -0.01; }},
         {"infinite radius", [](auto& c) { c.devices[9].screenCornerRadius = INFINITY; }},
@@ -251,12 +187,10 @@ TEST_F(DeviceFrameCatalogLoadingTests, AMissingCatalogIsReportedAsSuch) {
     // A directory of that name is not a catalog.
     fs::create_directories(resources.path() / "DeviceFrames/catalog.json");
     EXPECT_EQ(caseOfLoading(resources.path()), Case::missingCatalog);
-    EXPECT_EQ(caseOfLoading(resources.path() / "absent"), Case::missingCatalog);
 }
 
-TEST_F(DeviceFrameCatalogLoadingTests, UndecodableCatalogsAreInvalid) {
-    for (const std::string bytes :
-         {"not json", "", "[]", R"({"schemaVersion": 1})", R"({"schemaVersion": "1", "devices": []})"}) {
+TEST_F(DeviceFrameCatalogLoadingTests, UndecodableOrInvalidCatalogsAreInvalid) {
+    for (const std::string bytes : {"not json", R"({"schemaVersion": 1})"}) {
         SCOPED_TRACE(bytes);
         writeCatalog("DeviceFrames/catalog.json", bytes);
         EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
@@ -267,22 +201,15 @@ TEST_F(DeviceFrameCatalogLoadingTests, UndecodableCatalogsAreInvalid) {
     document["devices"][4].erase("screenCornerRadius");
     writeCatalog("DeviceFrames/catalog.json", document.dump());
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
-}
 
-TEST_F(DeviceFrameCatalogLoadingTests, ACatalogThatFailsValidationIsNotLoaded) {
     auto catalog = shippedCatalog();
-    catalog.devices.pop_back();
+    catalog.devices[2].screenRect.height = 1.5;
     writePictures(catalog, "DeviceFrames");
     writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
-
-    catalog = shippedCatalog();
-    catalog.devices[2].screenRect.height = 1.5;
-    writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
-    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
 }
 
-TEST_F(DeviceFrameCatalogLoadingTests, AMissingPictureNamesItsFile) {
+TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtTheTop) {
     const auto catalog = shippedCatalog();
     writeCatalog("DeviceFrames/catalog.json", sourceCatalogBytes());
     writePictures(catalog, "DeviceFrames");
@@ -301,23 +228,12 @@ TEST_F(DeviceFrameCatalogLoadingTests, AMissingPictureNamesItsFile) {
     EXPECT_FALSE(DeviceFrameCatalog::resourceURL(variant, resources.path()).has_value());
     // Without a resource directory the pictures are not looked for.
     EXPECT_NO_THROW(catalog.validate());
-    EXPECT_THROW(catalog.validate(resources.path()), DeviceFrameCatalogError);
-}
 
-TEST_F(DeviceFrameCatalogLoadingTests, ResourcesAtTheTopOfTheDirectoryAreFoundTooButDeviceFramesComesFirst) {
-    const auto catalog = shippedCatalog();
-    writeCatalog("catalog.json", sourceCatalogBytes());
+    // A picture at the top of the directory is found too, after DeviceFrames.
     writePictures(catalog, "");
-    EXPECT_EQ(DeviceFrameCatalog::load(resources.path()), catalog);
-    const auto& variant = catalog.devices[0].variants[0];
     EXPECT_EQ(DeviceFrameCatalog::resourceURL(variant, resources.path()), resources.path() / variant.file);
-
-    // The subdirectory wins over the top, for the catalog and for pictures.
-    writeCatalog("DeviceFrames/catalog.json", "broken");
-    EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
-    writePictures(catalog, "DeviceFrames");
-    EXPECT_EQ(DeviceFrameCatalog::resourceURL(variant, resources.path()),
-              resources.path() / "DeviceFrames" / variant.file);
+    EXPECT_EQ(DeviceFrameCatalog::resourceURL(catalog.devices[0].variants[0], resources.path()),
+              resources.path() / "DeviceFrames" / catalog.devices[0].variants[0].file);
 }
 
 } // namespace

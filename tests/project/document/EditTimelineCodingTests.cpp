@@ -59,79 +59,54 @@ EditTimeline fullTimeline() {
     return timeline;
 }
 
-// A document without a schema is of the first one.
-TEST(EditTimelineCoding, EmptyObjectIsTheFirstSchemaWithDefaultMembers) {
-    const EditTimeline timeline = decodeTimeline("{}");
-    EXPECT_EQ(timeline.schemaVersion, 1);
-    EXPECT_EQ(timeline.canvas, CanvasEdit::defaultValue());
-}
-
-TEST(EditTimelineCoding, MissingKeysInsideMembersTakeTheirOwnDefaults) {
-    const EditTimeline timeline = decodeTimeline(R"({
+// A document without a schema is of the first one; a stored canvas without a
+// radius predates the smaller default.
+TEST(EditTimelineCoding, MissingKeysTakeTheirDefaultsAndMissingIdsAreFresh) {
+    const std::string text = R"({
         "canvas": {"background": "solid"},
         "cursor": {"scale": 2},
         "segments": [{"id": "0b7f2c1e-8d3a-4c5b-9e6f-112233445566",
                       "sourceRange": {"start": {"nanoseconds": 0}, "duration": {"nanoseconds": 5}}}],
-        "zooms": [{"startTime": {"nanoseconds": 1}, "focusTime": {"nanoseconds": 2},
-                   "holdEndTime": {"nanoseconds": 3}, "endTime": {"nanoseconds": 4},
-                   "focusPoint": {"x": 0.5, "y": 0.5}, "scale": 1.5}]
-    })");
-    // A stored canvas without a radius predates the smaller default.
+        "webcamFullscreenSegments": [
+            {"startTime": {"nanoseconds": 0}, "endTime": {"nanoseconds": 9}},
+            {"startTime": {"nanoseconds": 10}, "endTime": {"nanoseconds": 19}}]
+    })";
+    const EditTimeline timeline = decodeTimeline(text);
+    EXPECT_EQ(timeline.schemaVersion, 1);
     EXPECT_EQ(timeline.canvas.cornerRadius, 0.035);
     EXPECT_EQ(timeline.canvas.preset, CanvasBackgroundPreset::midnight);
-    EXPECT_EQ(timeline.cursor.scale, 2);
     EXPECT_TRUE(timeline.cursor.isVisible);
     ASSERT_EQ(timeline.segments.size(), 1U);
     EXPECT_EQ(timeline.segments[0].playbackRate, TimelinePlaybackRate::normal());
     EXPECT_EQ(timeline.segments[0].id.string(), "0B7F2C1E-8D3A-4C5B-9E6F-112233445566");
-    ASSERT_EQ(timeline.zooms.size(), 1U);
-    EXPECT_NE(timeline.zooms[0].id, Uuid{});
+
+    const EditTimeline again = decodeTimeline(text);
+    EXPECT_NE(timeline.webcamFullscreenSegments[0].id, timeline.webcamFullscreenSegments[1].id);
+    EXPECT_NE(timeline.webcamFullscreenSegments[0].id, again.webcamFullscreenSegments[0].id);
 }
 
-TEST(EditTimelineCoding, MissingIdsAreFreshOnEveryRead) {
-    const std::string text = R"({"webcamFullscreenSegments": [
-        {"startTime": {"nanoseconds": 0}, "endTime": {"nanoseconds": 9}},
-        {"startTime": {"nanoseconds": 10}, "endTime": {"nanoseconds": 19}}]})";
-    const EditTimeline first = decodeTimeline(text);
-    const EditTimeline second = decodeTimeline(text);
-    EXPECT_NE(first.webcamFullscreenSegments[0].id, first.webcamFullscreenSegments[1].id);
-    EXPECT_NE(first.webcamFullscreenSegments[0].id, second.webcamFullscreenSegments[0].id);
-}
-
-TEST(EditTimelineCoding, ClickEffectStyleAcceptsTheOlderWordAndRefusesUnknownOnes) {
-    EXPECT_EQ(decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle,
-              ClickEffectStyle::solidPulse);
-    EXPECT_EQ(decodeTimeline(R"({"cursor": {"clickEffectStyle": "ring-and-press"}})").cursor.clickEffectStyle,
-              ClickEffectStyle::ringAndPress);
+TEST(EditTimelineCoding, ClickEffectStyleAcceptsTheOlderWordWithoutWritingIt) {
+    CursorEdit cursor;
+    cursor.clickEffectStyle =
+        decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle;
+    EXPECT_EQ(cursor.clickEffectStyle, ClickEffectStyle::solidPulse);
+    EXPECT_EQ(json::encode(cursor)["clickEffectStyle"], "solid-pulse");
     try {
         decodeTimeline(R"({"cursor": {"clickEffectStyle": "sparkle"}})");
         FAIL() << "an unknown click effect style decoded";
     } catch (const DecodingError& error) {
         EXPECT_STREQ(error.what(), "Unsupported click effect style: sparkle");
     }
-    // The older word is read, never written.
-    CursorEdit cursor;
-    cursor.clickEffectStyle =
-        decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle;
-    EXPECT_EQ(json::encode(cursor)["clickEffectStyle"], "solid-pulse");
 }
 
 TEST(EditTimelineCoding, PlaybackRateOffTheStepFailsWithTheRateMessage) {
-    const auto segmentWithRate = [](const std::string& rate) {
-        return R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566",
+    try {
+        decodeTimeline(R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566",
             "sourceRange": {"start": {"nanoseconds": 0}, "duration": {"nanoseconds": 5}},
-            "playbackRate": )" +
-               rate + "}]}";
-    };
-    EXPECT_EQ(decodeTimeline(segmentWithRate("4")).segments[0].playbackRate.permille, 4000);
-    EXPECT_EQ(decodeTimeline(segmentWithRate("0.5")).segments[0].playbackRate.permille, 500);
-    for (const char* rate : {"1.005", "0.49", "4.01", "1.0005"}) {
-        try {
-            decodeTimeline(segmentWithRate(rate));
-            ADD_FAILURE() << "rate " << rate << " decoded";
-        } catch (const DecodingError& error) {
-            EXPECT_EQ(error.message(), json::invalidPlaybackRateMessage) << rate;
-        }
+            "playbackRate": 1.005}]})");
+        FAIL() << "an off-step rate decoded";
+    } catch (const DecodingError& error) {
+        EXPECT_EQ(error.message(), json::invalidPlaybackRateMessage);
     }
 }
 
@@ -139,32 +114,20 @@ TEST(EditTimelineCoding, LegacyWebcamShapeDecidesRadiusWhenAspectRatioIsMissing)
     const WebcamOverlay rounded = decodeOverlay(R"(, "shape": "rounded-rectangle", "cornerRadius": 0.2)");
     EXPECT_EQ(rounded.aspectRatio, WebcamAspectRatio::square);
     EXPECT_EQ(rounded.cornerRadius, 0.6);
+    EXPECT_FALSE(json::encode(rounded).contains("shape"));
+    EXPECT_EQ(decodeOverlay(R"(, "shape": "circle", "cornerRadius": 0.2)").cornerRadius, 1.0);
+    EXPECT_EQ(decodeOverlay("").cornerRadius, 1.0);
+    EXPECT_THROW(decodeOverlay(R"(, "shape": "hexagon")"), DecodingError);
 
-    const WebcamOverlay circle = decodeOverlay(R"(, "shape": "circle", "cornerRadius": 0.2)");
-    EXPECT_EQ(circle.aspectRatio, WebcamAspectRatio::square);
-    EXPECT_EQ(circle.cornerRadius, 1.0);
-
-    const WebcamOverlay noShape = decodeOverlay("");
-    EXPECT_EQ(noShape.aspectRatio, WebcamAspectRatio::square);
-    EXPECT_EQ(noShape.cornerRadius, 1.0);
-
-    // With an aspect ratio the shape is ignored and the radius is read.
+    // With an aspect ratio the shape is ignored and the radius is read, within its limits.
     const WebcamOverlay current =
         decodeOverlay(R"(, "aspectRatio": "source", "shape": "circle", "cornerRadius": 0.3)");
     EXPECT_EQ(current.aspectRatio, WebcamAspectRatio::source);
     EXPECT_EQ(current.cornerRadius, 0.3);
     EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square")").cornerRadius, 0.6);
-
-    EXPECT_FALSE(json::encode(rounded).contains("shape"));
-    EXPECT_THROW(decodeOverlay(R"(, "shape": "hexagon")"), DecodingError);
-}
-
-TEST(EditTimelineCoding, WebcamRadiusAndBorderAreConstrainedOnReading) {
+    EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square", "cornerRadius": -0.5)").cornerRadius, 0);
     EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square", "borderWidthAt1080p": 100)").borderWidthAt1080p,
               20);
-    EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square", "borderWidthAt1080p": 0.5)").borderWidthAt1080p, 2);
-    EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square", "cornerRadius": 5)").cornerRadius, 1);
-    EXPECT_EQ(decodeOverlay(R"(, "aspectRatio": "square", "cornerRadius": -0.5)").cornerRadius, 0);
 }
 
 TEST(EditTimelineCoding, EncodingIsStableAndLeavesOutEmptyOptionals) {
@@ -173,20 +136,13 @@ TEST(EditTimelineCoding, EncodingIsStableAndLeavesOutEmptyOptionals) {
     const EditTimeline decoded = decodeTimeline(bytes);
     EXPECT_EQ(decoded, full);
     EXPECT_EQ(json::encodeDocument(decoded), bytes);
-    EXPECT_NE(bytes.find("\"playbackRate\" : 1.25"), std::string::npos);
-    EXPECT_NE(bytes.find("\"relativePath\" : \"backgrounds\\/landscape-3.jpg\""), std::string::npos);
 
-    const std::string emptyBytes = json::encodeDocument(EditTimeline::empty());
-    EXPECT_EQ(json::encodeDocument(decodeTimeline(emptyBytes)), emptyBytes);
-    const json::Json empty = json::parse(emptyBytes);
+    const json::Json empty = json::encode(EditTimeline::empty());
     for (const char* key : {"deviceFrame", "webcamOverlay"}) {
         EXPECT_FALSE(empty.contains(key)) << key;
     }
     EXPECT_FALSE(empty["canvas"].contains("image"));
-
-    const json::Json arrow = json::encode(full.annotations[0]);
-    EXPECT_FALSE(arrow.contains("bounds"));
-    EXPECT_TRUE(arrow.contains("startPoint") && arrow.contains("endPoint"));
+    EXPECT_FALSE(json::encode(full.annotations[0]).contains("bounds"));
     CanvasBackgroundImage image = *full.canvas.image;
     image.selectionID.reset();
     EXPECT_FALSE(json::encode(image).contains("selectionID"));
@@ -199,28 +155,27 @@ TEST(EditTimelineCoding, NewerSchemaDecodesAsItStands) {
     EXPECT_EQ(timeline.deviceFrame, (DeviceFrameEdit{false, "ipad"}));
 }
 
-TEST(EditTimelineCoding, MissingRequiredKeysFail) {
+TEST(EditTimelineCoding, MissingRequiredKeysAndUnknownWordsFail) {
     const std::string time = R"({"nanoseconds": 0})";
     const std::string point = R"({"x": 0, "y": 0})";
     const std::vector<std::string> documents = {
         R"({"segments": [{"sourceRange": {"start": )" + time + R"(, "duration": )" + time + "}}]}",
-        R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566"}]})",
-        R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566", "sourceRange": {"start": )" + time +
-            "}}]}",
         R"({"deviceFrame": {"isEnabled": true}})",
         R"({"webcamOverlay": {"isVisible": true, "center": )" + point + R"(, "isMirrored": true}})",
         R"({"webcamKeyframes": [{"center": )" + point + R"(, "diameter": 0.2}]})",
         R"({"webcamFullscreenSegments": [{"startTime": )" + time + "}]}",
-        R"({"audioMix": {"systemAudio": {"isMuted": false, "gainDecibels": 0}}})",
         R"({"audioMix": {"systemAudio": {"isMuted": false}, "microphone": {"isMuted": false, "gainDecibels": 0}}})",
         R"({"zooms": [{"startTime": )" + time + R"(, "focusTime": )" + time + R"(, "holdEndTime": )" + time +
             R"(, "endTime": )" + time + R"(, "focusPoint": )" + point + "}]}",
-        R"({"annotations": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566", "startTime": )" + time +
-            R"(, "endTime": )" + time + R"(, "kind": "arrow", "lineWidth": 0.01, "zIndex": 0}]})",
         R"({"canvas": {"image": {"id": "a", "relativePath": "b", "source": "uploaded"}}})",
         R"({"annotations": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566", "startTime": )" + time +
             R"(, "endTime": )" + time +
             R"(, "kind": "arrow", "color": {"red": 1, "green": 0}, "lineWidth": 0.01, "zIndex": 0}]})",
+        R"({"canvas": {"aspectRatio": "21:9"}})",
+        // Raw strings are case sensitive.
+        R"({"canvas": {"background": "Solid"}})",
+        R"({"webcamOverlay": {"isVisible": true, "center": )" + point +
+            R"(, "diameter": 0.2, "isMirrored": true, "aspectRatio": "wide"}})",
     };
     for (const auto& document : documents) {
         EXPECT_THROW(decodeTimeline(document), DecodingError) << document;
@@ -229,26 +184,6 @@ TEST(EditTimelineCoding, MissingRequiredKeysFail) {
         decodeTimeline(documents[0]);
     } catch (const DecodingError& error) {
         EXPECT_NE(error.message().find("segments[0].id"), std::string::npos) << error.message();
-    }
-}
-
-TEST(EditTimelineCoding, UnknownEnumerationWordsFail) {
-    const std::vector<std::string> documents = {
-        R"({"canvas": {"aspectRatio": "21:9"}})",
-        R"({"canvas": {"background": "pattern"}})",
-        R"({"canvas": {"preset": "neon"}})",
-        R"({"canvas": {"image": {"id": "a", "relativePath": "b", "pixelSize": {"width": 2, "height": 2},
-                                 "source": "camera"}}})",
-        R"({"webcamOverlay": {"isVisible": true, "center": {"x": 0, "y": 0}, "diameter": 0.2,
-                              "isMirrored": true, "aspectRatio": "wide"}})",
-        R"({"annotations": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566", "startTime": {"nanoseconds": 0},
-            "endTime": {"nanoseconds": 1}, "kind": "star", "color": {"red": 1, "green": 0, "blue": 0},
-            "lineWidth": 0.01, "zIndex": 0}]})",
-        // Raw strings are case sensitive.
-        R"({"canvas": {"background": "Solid"}})",
-    };
-    for (const auto& document : documents) {
-        EXPECT_THROW(decodeTimeline(document), DecodingError) << document;
     }
 }
 

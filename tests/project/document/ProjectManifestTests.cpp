@@ -32,19 +32,15 @@ TEST(ProjectManifest, RoundTripsByteForByte) {
 TEST(ProjectManifest, NewManifestShape) {
     ProjectManifest manifest;
     manifest.id = projectID;
-    manifest.cursorAssets = std::vector<CursorAssetDescriptor>{};
     const std::string bytes = json::encodeDocument(manifest);
     EXPECT_NE(bytes.find("\"version\" : 4"), std::string::npos);
     EXPECT_NE(bytes.find("\"state\" : \"recording\""), std::string::npos);
-    EXPECT_NE(bytes.find("\"duration\" : {\n    \"nanoseconds\" : 0\n  }"), std::string::npos);
-    EXPECT_NE(bytes.find("\"cursorAssets\" : []"), std::string::npos);
-    EXPECT_EQ(bytes.find("failureReason"), std::string::npos);
-    // Optional counters are left out rather than written as null.
+    // Optional members are left out rather than written as null.
     EXPECT_EQ(bytes.find("null"), std::string::npos);
-    EXPECT_EQ(bytes.find("webcamFrames"), std::string::npos);
+    EXPECT_EQ(bytes.find("failureReason"), std::string::npos);
 }
 
-TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesMayNot) {
+TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesAndKnownWordsMayNot) {
     json::Json document = encoded(testing::sampleManifest(projectID, IsoDate{0}));
     document.erase("cursorAssets");
     document.erase("microphone");
@@ -66,59 +62,30 @@ TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesMayNot) {
     } catch (const json::DecodingError& error) {
         EXPECT_NE(std::string(error.what()).find("metrics.mouseEvents"), std::string::npos);
     }
-}
-
-TEST(ProjectManifest, RefusesUnknownEnumerationWordsAndBadValues) {
-    json::Json unknownState = encoded(testing::sampleManifest(projectID, IsoDate{0}));
-    unknownState["state"] = "paused";
-    EXPECT_THROW(decodedFrom(unknownState), json::DecodingError);
 
     json::Json unknownKind = encoded(testing::sampleManifest(projectID, IsoDate{0}));
     unknownKind["source"]["kind"] = "Display"; // raw strings only, case matters
     EXPECT_THROW(decodedFrom(unknownKind), json::DecodingError);
-
     json::Json unknownTrack = encoded(testing::sampleManifest(projectID, IsoDate{0}));
     unknownTrack["media"]["tracks"][0]["kind"] = "webcam";
     EXPECT_THROW(decodedFrom(unknownTrack), json::DecodingError);
-
-    json::Json badDate = encoded(testing::sampleManifest(projectID, IsoDate{0}));
-    badDate["createdAt"] = "yesterday";
-    EXPECT_THROW(decodedFrom(badDate), json::DecodingError);
-
-    json::Json badID = encoded(testing::sampleManifest(projectID, IsoDate{0}));
-    badID["id"] = "not-a-uuid";
-    EXPECT_THROW(decodedFrom(badID), json::DecodingError);
-
-    EXPECT_THROW(json::decodeDocument<ProjectManifest>("{\"version\": 4,"), json::DecodingError);
 }
 
-TEST(RecordingOptions, EmptyObjectTakesDefaults) {
-    const auto options = json::decodeDocument<RecordingOptions>("{}");
-    EXPECT_TRUE(options.capturesSystemAudio);
-    EXPECT_TRUE(options.capturesMicrophone);
-    EXPECT_FALSE(options.capturesWebcam);
-    EXPECT_TRUE(options.capturesMenuBar);
-    EXPECT_EQ(options.framesPerSecond, 60);
-    EXPECT_FALSE(options.microphoneDeviceID.has_value());
-
-    const auto partial =
-        json::decodeDocument<RecordingOptions>(R"({"capturesWebcam": true, "framesPerSecond": 30})");
+TEST(RecordingOptions, MissingKeysTakeDefaults) {
+    const auto partial = json::decodeDocument<RecordingOptions>(R"({"capturesWebcam": true})");
     EXPECT_TRUE(partial.capturesWebcam);
-    EXPECT_EQ(partial.framesPerSecond, 30);
+    EXPECT_TRUE(partial.capturesSystemAudio);
+    EXPECT_EQ(partial.framesPerSecond, 60);
 }
 
 TEST(CaptureSourceDescriptor, IdentifiesItsSource) {
-    CaptureSourceDescriptor display;
-    display.kind = CaptureSourceKind::display;
-    display.nativeID = 7;
-    EXPECT_EQ(display.id(), "display-7");
-    display.kind = CaptureSourceKind::window;
-    EXPECT_EQ(display.id(), "window-7");
+    CaptureSourceDescriptor window;
+    window.kind = CaptureSourceKind::window;
+    window.nativeID = 7;
+    EXPECT_EQ(window.id(), "window-7");
 
     const auto device = CaptureSourceDescriptor::device("X", "Phone", PixelSize(1179, 2556));
     EXPECT_EQ(device.id(), "device-X");
-    EXPECT_EQ(device.nativeID, 0u);
-    EXPECT_EQ(device.title, "Phone");
     EXPECT_EQ(device.globalFrame, (RectValue{0, 0, 1178, 2556}));
     CaptureSourceDescriptor anonymous = device;
     anonymous.deviceUniqueID.reset();
@@ -128,10 +95,7 @@ TEST(CaptureSourceDescriptor, IdentifiesItsSource) {
 TEST(ProjectPackage, ComputesPathsForAnyDirectory) {
     const ProjectPackage package{"/nowhere/ABC.rilo"};
     EXPECT_EQ(package.mediaURL(), "/nowhere/ABC.rilo/media/recording.mov");
-    EXPECT_EQ(package.timelineLockURL(), "/nowhere/ABC.rilo/edits/.timeline.lock");
     EXPECT_EQ(package.preSchema5TimelineBackupURL(), "/nowhere/ABC.rilo/edits/timeline.pre-schema5.json");
-    EXPECT_EQ(package.captionsHistoryDirectory(), "/nowhere/ABC.rilo/edits/caption-history");
-    EXPECT_EQ(package.waveformCacheDirectory(), "/nowhere/ABC.rilo/cache/waveforms");
     const auto directories = package.creationDirectories();
     ASSERT_EQ(directories.size(), 9u);
     EXPECT_EQ(directories.front(), package.rootURL);

@@ -75,7 +75,6 @@ TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
     using TimelineEffectEngine::constrainedFocus;
     EXPECT_EQ(constrainedFocus({0.1, 0.9}, 2), (PointValue{0.25, 0.75}));
     EXPECT_EQ(constrainedFocus({0.3, 0.6}, 2), (PointValue{0.3, 0.6}));
-    EXPECT_EQ(constrainedFocus({-4, 7}, 3), (PointValue{0.5 / 3, 1 - 0.5 / 3}));
     // Without magnification there is only one window: the whole frame.
     for (double scale : {1.0, 0.5, static_cast<double>(NAN)}) {
         EXPECT_EQ(constrainedFocus({0.1, 0.9}, scale), (PointValue{0.5, 0.5})) << scale;
@@ -92,16 +91,11 @@ TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlap) {
 // All writers go through constrainedFocus; anything else is refused.
 TEST(TimelineEffectZooms, TheFocusMustBeExactlyItsConstrainedValue) {
     ZoomSegment atEdge = zoom(0, oneSecond, 2, {0, 0});
-    ASSERT_EQ(atEdge.focusPoint, (PointValue{0.25, 0.25}));
-    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
-
-    atEdge.focusPoint.x = std::nextafter(atEdge.focusPoint.x, 1.0);
     EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
     atEdge.focusPoint.x = std::nextafter(0.25, 0.0);
     expectFailure(timelineWithZooms({atEdge}), Case::zoomRangeInvalid);
 
     ZoomSegment unzoomed = zoom(0, oneSecond, 1, {0.5, 0.5});
-    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({unzoomed}), tenSeconds));
     unzoomed.focusPoint.y = std::nextafter(0.5, 1.0);
     expectFailure(timelineWithZooms({unzoomed}), Case::zoomRangeInvalid);
 }
@@ -138,14 +132,11 @@ TEST(TimelineEffectZooms, EachZoomLiesInsideTheSourceInItsOwnOrder) {
     expectFailure(timelineWithZooms({original, duplicate}), Case::zoomRangeInvalid);
 }
 
-TEST(TimelineEffectFullscreen, TwoFramesAtLeastAndNeverOverlapping) {
-    const std::int64_t oneFrame = TimelineFrameGrid::minimumDuration.nanoseconds;
+TEST(TimelineEffectFullscreen, TwoFramesAtLeastNeverOverlappingAndOnlyWithAWebcam) {
     const std::int64_t twoFrames = TimelineEffectEngine::minimumWebcamFullscreenDuration.nanoseconds;
-    EXPECT_EQ(twoFrames, 33'333'333);
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
         timelineWithFullscreen({fullscreen(0, twoFrames), fullscreen(twoFrames, tenSeconds.nanoseconds)}),
         tenSeconds));
-    expectFailure(timelineWithFullscreen({fullscreen(0, oneFrame)}), Case::webcamFullscreenRangeInvalid);
     expectFailure(timelineWithFullscreen({fullscreen(0, twoFrames - 1)}), Case::webcamFullscreenRangeInvalid);
     expectFailure(timelineWithFullscreen({fullscreen(-1, oneSecond)}), Case::webcamFullscreenRangeInvalid);
     expectFailure(timelineWithFullscreen({fullscreen(9 * oneSecond, tenSeconds.nanoseconds + 1)}),
@@ -158,24 +149,18 @@ TEST(TimelineEffectFullscreen, TwoFramesAtLeastAndNeverOverlapping) {
     const WebcamFullscreenSegment original = fullscreen(0, oneSecond);
     duplicate.id = original.id;
     expectFailure(timelineWithFullscreen({original, duplicate}), Case::webcamFullscreenRangeInvalid);
+
+    EditTimeline withoutWebcam = timelineWithFullscreen({original});
+    withoutWebcam.webcamOverlay.reset();
+    expectFailure(withoutWebcam, Case::webcamFullscreenRangeInvalid);
 }
 
-TEST(TimelineEffectFullscreen, NeedsAWebcam) {
-    EditTimeline timeline = timelineWithFullscreen({fullscreen(0, oneSecond)});
-    timeline.webcamOverlay.reset();
-    expectFailure(timeline, Case::webcamFullscreenRangeInvalid);
-}
-
-TEST(TimelineEffectKeyframes, TimesLieInsideTheSourceWithItsEndOutside) {
+TEST(TimelineEffectKeyframes, InsideTheSourceUniqueWithSizeAndPositionInRange) {
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithKeyframes({keyframe(0), keyframe(tenSeconds.nanoseconds - 1)}), tenSeconds));
+        timelineWithKeyframes({keyframe(0, {0, 1}, 0.1), keyframe(tenSeconds.nanoseconds - 1, {1, 0}, 0.4)}),
+        tenSeconds));
     expectFailure(timelineWithKeyframes({keyframe(tenSeconds.nanoseconds)}), Case::keyframeOutsideSource);
     expectFailure(timelineWithKeyframes({keyframe(-1)}), Case::keyframeOutsideSource);
-}
-
-TEST(TimelineEffectKeyframes, UniqueWithSizeAndPositionInRange) {
-    EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithKeyframes({keyframe(0, {0, 1}, 0.1), keyframe(oneSecond, {1, 0}, 0.4)}), tenSeconds));
 
     const WebcamOverlayKeyframe first = keyframe(0);
     WebcamOverlayKeyframe sameID = keyframe(oneSecond);
@@ -184,30 +169,13 @@ TEST(TimelineEffectKeyframes, UniqueWithSizeAndPositionInRange) {
         {first, keyframe(0)},
         {first, sameID},
         {keyframe(0, {0.5, 0.5}, 0.09)},
-        {keyframe(0, {0.5, 0.5}, 0.41)},
         {keyframe(0, {0.5, 0.5}, NAN)},
         {keyframe(0, {1.01, 0.5})},
-        {keyframe(0, {0.5, -0.01})},
-        {keyframe(0, {NAN, 0.5})},
     };
     for (std::size_t index = 0; index < examples.size(); ++index) {
         SCOPED_TRACE(index);
         expectFailure(timelineWithKeyframes(examples[index]), Case::keyframeInvalid);
     }
-}
-
-TEST(TimelineEffectOrder, ZoomsThenFullscreenThenKeyframesInListOrder) {
-    EditTimeline timeline = timelineWithZooms({zoom(0, 5)});
-    timeline.webcamFullscreenSegments = {fullscreen(0, 5)};
-    timeline.webcamKeyframes = {keyframe(-1)};
-    expectFailure(timeline, Case::zoomRangeInvalid);
-
-    timeline.zooms.clear();
-    expectFailure(timeline, Case::webcamFullscreenRangeInvalid);
-
-    timeline.webcamFullscreenSegments.clear();
-    timeline.webcamKeyframes = {keyframe(0, {0.5, 0.5}, 0.9), keyframe(-1)};
-    expectFailure(timeline, Case::keyframeInvalid);
 }
 
 } // namespace

@@ -49,6 +49,12 @@ std::optional<TimelineValidationError> validationError(const EditTimeline& timel
     return thrown<TimelineValidationError>([&] { validate(timeline, sourceDuration); });
 }
 
+// The case of the error, or nullopt when the timeline passes.
+std::optional<Case> failure(const EditTimeline& timeline, ProjectTime sourceDuration = tenSeconds) {
+    const auto error = validationError(timeline, sourceDuration);
+    return error ? std::optional(error->errorCase()) : std::nullopt;
+}
+
 // A start and a length rather than an end, so that ranges reaching past every
 // representable time can be built.
 TimelineSegment segment(std::int64_t startNanoseconds, std::int64_t durationNanoseconds,
@@ -77,19 +83,6 @@ EditTimeline timelineWithAnnotations(std::vector<AnnotationElement> annotations)
     return timeline;
 }
 
-// A variant id of the shipped catalog that is not its device's default.
-std::string nonDefaultAssetID() {
-    for (const auto& device : buildCatalog().devices) {
-        for (const auto& variant : device.variants) {
-            if (!variant.isDefault) {
-                return variant.id;
-            }
-        }
-    }
-    ADD_FAILURE() << "the shipped catalog has no non-default variant";
-    return {};
-}
-
 // A document with two faults reports the one checked first.
 TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReported) {
     struct Example {
@@ -104,37 +97,6 @@ TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReported) {
              t.segments.clear();
          },
          Case::unsupportedSchema},
-        {"emptiness before motion blur",
-         [](EditTimeline& t) {
-             t.segments.clear();
-             t.motionBlurAmount = -1;
-         },
-         Case::empty},
-        {"motion blur before device frame",
-         [](EditTimeline& t) {
-             t.motionBlurAmount = NAN;
-             t.deviceFrame = DeviceFrameEdit{true, "no-such-device"};
-         },
-         Case::invalidMotionBlurAmount},
-        {"device frame before segments",
-         [](EditTimeline& t) {
-             t.deviceFrame = DeviceFrameEdit{false, "no-such-device"};
-             t.segments[0].playbackRate = {123};
-         },
-         Case::invalidDeviceFrame},
-        {"segments before annotation schema",
-         [](EditTimeline& t) {
-             t.schemaVersion = 6;
-             t.annotations = {rectangle(0)};
-             t.segments[0].sourceRange.start = ProjectTime{-1};
-         },
-         Case::rangeOutsideSource},
-        {"annotation schema before annotation count",
-         [](EditTimeline& t) {
-             t.schemaVersion = 6;
-             t.annotations.assign(501, rectangle(0));
-         },
-         Case::annotationsRequireSchema7},
         {"a single bad annotation before simultaneity",
          [](EditTimeline& t) {
              for (int z = 0; z < 17; ++z) {
@@ -159,49 +121,17 @@ TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReported) {
         SCOPED_TRACE(example.name);
         EditTimeline timeline = wholeSourceTimeline();
         example.spoil(timeline);
-        const auto error = validationError(timeline);
-        ASSERT_TRUE(error.has_value());
-        EXPECT_EQ(error->errorCase(), example.expected);
+        EXPECT_EQ(failure(timeline), example.expected);
     }
-}
-
-TEST(TimelineValidatorOrder, EffectsAreCheckedAfterSegmentsAndBeforeAnnotations) {
-    EditTimeline timeline = wholeSourceTimeline();
-    timeline.zooms = {
-        {Uuid::random(), ProjectTime{0}, ProjectTime{0}, ProjectTime{5}, ProjectTime{5}, {0.5, 0.5}, 1}};
-    timeline.schemaVersion = 6;
-    timeline.annotations = {rectangle(0)};
-    const auto effectError = thrown<TimelineEffectError>([&] { validate(timeline); });
-    ASSERT_TRUE(effectError.has_value());
-    EXPECT_EQ(effectError->errorCase(), TimelineEffectError::Case::zoomRangeInvalid);
-
-    timeline.segments[0].sourceRange.duration = ProjectTime{tenSeconds.nanoseconds + 1};
-    const auto segmentError = validationError(timeline);
-    ASSERT_TRUE(segmentError.has_value());
-    EXPECT_EQ(segmentError->errorCase(), Case::rangeOutsideSource);
-}
-
-TEST(TimelineValidatorOrder, TheFirstFaultySegmentIsNamed) {
-    EditTimeline timeline = timelineOf({segment(0, 1'000'000'000), segment(1'000'000'000, 5, 1000),
-                                        segment(2'000'000'000, 1'000'000'000, 333)});
-    const auto error = validationError(timeline);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::segmentTooShort);
-    EXPECT_EQ(error->id(), timeline.segments[1].id);
 }
 
 TEST(TimelineValidatorDocument, MotionBlurMustBeAFiniteFraction) {
-    for (double amount : {0.0, 1.0, 0.5}) {
+    for (double amount : {0.0, 1.0, -0.001, 1.001, static_cast<double>(NAN)}) {
         EditTimeline timeline = wholeSourceTimeline();
         timeline.motionBlurAmount = amount;
-        EXPECT_NO_THROW(validate(timeline)) << amount;
-    }
-    for (double amount : {-0.001, 1.001, static_cast<double>(INFINITY), static_cast<double>(NAN)}) {
-        EditTimeline timeline = wholeSourceTimeline();
-        timeline.motionBlurAmount = amount;
-        const auto error = validationError(timeline);
-        ASSERT_TRUE(error.has_value()) << amount;
-        EXPECT_EQ(error->errorCase(), Case::invalidMotionBlurAmount);
+        const bool valid = amount == 0.0 || amount == 1.0;
+        EXPECT_EQ(failure(timeline), valid ? std::nullopt : std::optional(Case::invalidMotionBlurAmount))
+            << amount;
     }
 }
 
@@ -220,7 +150,7 @@ TEST(TimelineValidatorSchema, EachMemberNeedsTheSchemaThatBroughtIt) {
          Case::annotationsRequireSchema7},
         {"device frame", 8,
          [](EditTimeline& t) {
-             t.deviceFrame = DeviceFrameEdit{false, nonDefaultAssetID()};
+             t.deviceFrame = DeviceFrameEdit{false, buildCatalog().devices.back().variants.back().id};
          },
          Case::deviceFrameRequiresSchema8},
     };
@@ -229,34 +159,21 @@ TEST(TimelineValidatorSchema, EachMemberNeedsTheSchemaThatBroughtIt) {
         EditTimeline timeline = wholeSourceTimeline();
         example.add(timeline);
         timeline.schemaVersion = example.firstSchema;
-        EXPECT_NO_THROW(validate(timeline));
+        EXPECT_EQ(failure(timeline), std::nullopt);
         timeline.schemaVersion = example.firstSchema - 1;
-        const auto error = validationError(timeline);
-        ASSERT_TRUE(error.has_value());
-        EXPECT_EQ(error->errorCase(), example.refusal);
+        EXPECT_EQ(failure(timeline), example.refusal);
     }
 }
 
-TEST(TimelineValidatorDeviceFrame, AnAssetOfTheShippedCatalogPasses) {
+// A device id is not an asset id: only variants are, and an unknown asset
+// fails even when the frame is disabled.
+TEST(TimelineValidatorDeviceFrame, OnlyAssetsOfALoadedCatalogPass) {
     EditTimeline timeline = wholeSourceTimeline();
     timeline.deviceFrame = DeviceFrameEdit{true, buildCatalog().devices.front().defaultVariant()->id};
-    EXPECT_NO_THROW(validate(timeline));
-    timeline.deviceFrame = DeviceFrameEdit{false, nonDefaultAssetID()};
-    EXPECT_NO_THROW(validate(timeline));
-}
+    EXPECT_EQ(failure(timeline), std::nullopt);
+    timeline.deviceFrame = DeviceFrameEdit{false, buildCatalog().devices.front().id};
+    EXPECT_EQ(failure(timeline), Case::invalidDeviceFrame);
 
-TEST(TimelineValidatorDeviceFrame, AnUnknownAssetFailsEvenWhenDisabled) {
-    for (bool isEnabled : {true, false}) {
-        EditTimeline timeline = wholeSourceTimeline();
-        // A device id is not an asset id: only variants are.
-        timeline.deviceFrame = DeviceFrameEdit{isEnabled, buildCatalog().devices.front().id};
-        const auto error = validationError(timeline);
-        ASSERT_TRUE(error.has_value()) << isEnabled;
-        EXPECT_EQ(error->errorCase(), Case::invalidDeviceFrame);
-    }
-}
-
-TEST(TimelineValidatorDeviceFrame, ACatalogThatFailsToLoadKnowsNoAsset) {
     testing::TemporaryDirectory emptyResources;
     std::optional<DeviceFrameCatalog> loaded;
     int requests = 0;
@@ -265,78 +182,70 @@ TEST(TimelineValidatorDeviceFrame, ACatalogThatFailsToLoadKnowsNoAsset) {
         loaded = DeviceFrameCatalog::load(emptyResources.path());
         return *loaded;
     };
-
     // Without a device frame the catalog is never asked for.
     EXPECT_NO_THROW(TimelineValidator::validate(wholeSourceTimeline(), tenSeconds, missingCatalog));
     EXPECT_EQ(requests, 0);
-
-    EditTimeline timeline = wholeSourceTimeline();
     timeline.deviceFrame = DeviceFrameEdit{true, buildCatalog().devices.front().defaultVariant()->id};
     const auto error = thrown<TimelineValidationError>(
         [&] { TimelineValidator::validate(timeline, tenSeconds, missingCatalog); });
     ASSERT_TRUE(error.has_value());
     EXPECT_EQ(error->errorCase(), Case::invalidDeviceFrame);
-    EXPECT_EQ(requests, 1);
+}
+
+TEST(TimelineValidatorSegments, TheRangeMustLieInsideTheSourceAndLastOneFrame) {
+    const std::int64_t oneFrame = TimelineFrameGrid::minimumDuration.nanoseconds;
+    const struct {
+        std::int64_t start;
+        std::int64_t duration;
+        std::optional<Case> expected;
+    } examples[] = {
+        {0, oneFrame, std::nullopt},
+        {9'000'000'000, 1'000'000'000, std::nullopt},
+        {-1, 1'000'000'000, Case::rangeOutsideSource},
+        {0, 0, Case::rangeOutsideSource},
+        {9'000'000'000, 1'000'000'001, Case::rangeOutsideSource},
+        // The end is past every representable time; no arithmetic may trap.
+        {1, int64Max, Case::rangeOutsideSource},
+        {0, oneFrame - 1, Case::segmentTooShort},
+    };
+    for (const auto& example : examples) {
+        SCOPED_TRACE(::testing::Message() << example.start << " + " << example.duration);
+        EXPECT_EQ(failure(timelineOf({segment(example.start, example.duration)})), example.expected);
+    }
+
+    // The error names the first faulty segment.
+    const EditTimeline twoFaults = timelineOf({segment(0, 1'000'000'000), segment(1'000'000'000, 5, 1000),
+                                               segment(2'000'000'000, 1'000'000'000, 333)});
+    const auto error = validationError(twoFaults);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->errorCase(), Case::segmentTooShort);
+    EXPECT_EQ(error->id(), twoFaults.segments[1].id);
 }
 
 // One 60 fps output frame is 16,666,666 ns; at 4.00x the rounded sequence
 // length of 66,666,662 ns reaches it and of 66,666,661 ns falls short.
 TEST(TimelineValidatorSegments, ASpedUpSegmentMustLastOneOutputFrame) {
-    EXPECT_NO_THROW(validate(timelineOf({segment(0, 66'666'662, 4000)})));
-
-    const TimelineSegment tooShort = segment(0, 66'666'661, 4000);
-    const auto error = validationError(timelineOf({tooShort}));
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::sequenceSegmentTooShort);
-    EXPECT_EQ(error->id(), tooShort.id);
-}
-
-TEST(TimelineValidatorSegments, TheRangeMustLieInsideTheSourceAndLastOneFrame) {
-    EXPECT_NO_THROW(validate(timelineOf({segment(0, TimelineFrameGrid::minimumDuration.nanoseconds)})));
-    EXPECT_NO_THROW(validate(timelineOf({segment(9'000'000'000, 1'000'000'000)})));
-
-    const struct {
-        std::int64_t start;
-        std::int64_t duration;
-        Case expected;
-    } examples[] = {
-        {-1, 1'000'000'000, Case::rangeOutsideSource},
-        {0, 0, Case::rangeOutsideSource},
-        {0, -1'000'000'000, Case::rangeOutsideSource},
-        {9'000'000'000, 1'000'000'001, Case::rangeOutsideSource},
-        // The end is past every representable time; no arithmetic may trap.
-        {1, int64Max, Case::rangeOutsideSource},
-        {0, TimelineFrameGrid::minimumDuration.nanoseconds - 1, Case::segmentTooShort},
-    };
-    for (const auto& example : examples) {
-        SCOPED_TRACE(::testing::Message() << example.start << " + " << example.duration);
-        const auto error = validationError(timelineOf({segment(example.start, example.duration)}));
-        ASSERT_TRUE(error.has_value());
-        EXPECT_EQ(error->errorCase(), example.expected);
-    }
+    EXPECT_EQ(failure(timelineOf({segment(0, 66'666'662, 4000)})), std::nullopt);
+    EXPECT_EQ(failure(timelineOf({segment(0, 66'666'661, 4000)})), Case::sequenceSegmentTooShort);
 }
 
 TEST(TimelineValidatorSegments, RatesAreWholeHundredthsFromHalfToFourTimes) {
-    for (std::int64_t permille : {500, 510, 1000, 3990, 4000}) {
-        EXPECT_NO_THROW(validate(timelineOf({segment(0, tenSeconds.nanoseconds, permille)}))) << permille;
-    }
-    for (std::int64_t permille : {0, -1000, 490, 1005, 4010}) {
-        const auto error = validationError(timelineOf({segment(0, tenSeconds.nanoseconds, permille)}));
-        ASSERT_TRUE(error.has_value()) << permille;
-        EXPECT_EQ(error->errorCase(), Case::invalidPlaybackRate) << permille;
+    for (std::int64_t permille : {500, 4000, 490, 1005, 4010}) {
+        const bool valid = permille == 500 || permille == 4000;
+        EXPECT_EQ(failure(timelineOf({segment(0, tenSeconds.nanoseconds, permille)})),
+                  valid ? std::nullopt : std::optional(Case::invalidPlaybackRate))
+            << permille;
     }
 }
 
 TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
-    const auto alone = validationError(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max});
-    ASSERT_TRUE(alone.has_value());
-    EXPECT_EQ(alone->errorCase(), Case::sequenceDurationOverflow);
-    EXPECT_EQ(alone->message(), "变速后的时间轴时长超出支持范围。");
+    EXPECT_EQ(failure(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max}),
+              Case::sequenceDurationOverflow);
 
     // Each segment alone fits (8e18 and 4e18 ns), their sum does not.
     const TimelineSegment slow = segment(0, 4'000'000'000'000'000'000, 500);
     const TimelineSegment normal = segment(4'000'000'000'000'000'000, 4'000'000'000'000'000'000);
-    EXPECT_NO_THROW(validate(timelineOf({slow}), ProjectTime{int64Max}));
+    EXPECT_EQ(failure(timelineOf({slow}), ProjectTime{int64Max}), std::nullopt);
     const auto total = validationError(timelineOf({slow, normal}), ProjectTime{int64Max});
     ASSERT_TRUE(total.has_value());
     EXPECT_EQ(total->errorCase(), Case::sequenceDurationOverflow);
@@ -345,7 +254,7 @@ TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
 
 TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
     const TimelineSegment first = segment(0, 2'000'000'000);
-    EXPECT_NO_THROW(validate(timelineOf({first, segment(2'000'000'000, 1'000'000'000)})));
+    EXPECT_EQ(failure(timelineOf({first, segment(2'000'000'000, 1'000'000'000)})), std::nullopt);
 
     const TimelineSegment overlapping = segment(1'999'999'999, 1'000'000'000);
     const auto overlap = validationError(timelineOf({first, overlapping}));
@@ -353,13 +262,7 @@ TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
     EXPECT_EQ(overlap->errorCase(), Case::overlappingSegments);
     EXPECT_EQ(overlap->id(), overlapping.id);
 
-    const TimelineSegment sameStart = segment(0, 1'000'000'000);
-    const auto duplicate = validationError(timelineOf({first, sameStart}));
-    ASSERT_TRUE(duplicate.has_value());
-    EXPECT_EQ(duplicate->errorCase(), Case::overlappingSegments);
-
-    const TimelineSegment later = segment(5'000'000'000, 1'000'000'000);
-    const auto disorder = validationError(timelineOf({later, first}));
+    const auto disorder = validationError(timelineOf({segment(5'000'000'000, 1'000'000'000), first}));
     ASSERT_TRUE(disorder.has_value());
     EXPECT_EQ(disorder->errorCase(), Case::segmentsOutOfOrder);
     EXPECT_EQ(disorder->id(), first.id);
@@ -368,29 +271,11 @@ TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
 // 501 copies of one annotation, each a duplicate of the first, fail on their
 // number before any single one is looked at.
 TEST(TimelineValidatorAnnotations, AtMost500) {
-    const auto error =
-        validationError(timelineWithAnnotations(std::vector<AnnotationElement>(501, rectangle(0))));
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::tooManyAnnotations);
-
-    std::vector<AnnotationElement> spread;
-    for (std::int64_t z = 0; z < 500; ++z) {
-        const std::int64_t start = z * 20'000'000;
-        spread.push_back(rectangle(z, start, start + 20'000'000));
-    }
-    EXPECT_NO_THROW(validate(timelineWithAnnotations(spread)));
+    EXPECT_EQ(failure(timelineWithAnnotations(std::vector<AnnotationElement>(501, rectangle(0)))),
+              Case::tooManyAnnotations);
 }
 
-TEST(TimelineValidatorAnnotations, EachDefaultKindIsValid) {
-    EXPECT_NO_THROW(validate(timelineWithAnnotations({
-        annotation(AnnotationKind::rectangle, 0, 1'000'000'000, 0),
-        annotation(AnnotationKind::circle, 0, 1'000'000'000, 1),
-        annotation(AnnotationKind::arrow, 0, 1'000'000'000, 2),
-        annotation(AnnotationKind::mosaic, 0, 1'000'000'000, 3),
-    })));
-}
-
-TEST(TimelineValidatorAnnotations, LimitsThatAreReachedExactlyPass) {
+TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
     AnnotationElement rightEdge = rectangle(0);
     rightEdge.bounds = RectValue{0.98, 0.98, 0.02, 0.02};
     rightEdge.lineWidth = 0.05;
@@ -401,7 +286,10 @@ TEST(TimelineValidatorAnnotations, LimitsThatAreReachedExactlyPass) {
     AnnotationElement shortArrow = annotation(AnnotationKind::arrow, 0, 1'000'000'000, 3);
     shortArrow.startPoint = PointValue{0, 1};
     shortArrow.endPoint = PointValue{0.02, 1};
-    EXPECT_NO_THROW(validate(timelineWithAnnotations({rightEdge, shortest, atSourceEnd, shortArrow})));
+    EXPECT_EQ(failure(timelineWithAnnotations({rightEdge, shortest, atSourceEnd, shortArrow,
+                                               annotation(AnnotationKind::circle, 0, 1'000'000'000, 4),
+                                               annotation(AnnotationKind::mosaic, 0, 1'000'000'000, 5)})),
+              std::nullopt);
 }
 
 TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
@@ -411,35 +299,18 @@ TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
         std::function<void(AnnotationElement&)> spoil;
     } examples[] = {
         {"negative zIndex", AnnotationKind::rectangle, [](AnnotationElement& a) { a.zIndex = -1; }},
-        {"negative start", AnnotationKind::rectangle,
-         [](AnnotationElement& a) { a.startTime = ProjectTime{-1}; }},
-        {"end at start", AnnotationKind::rectangle, [](AnnotationElement& a) { a.endTime = a.startTime; }},
         {"end after source", AnnotationKind::rectangle,
          [](AnnotationElement& a) { a.endTime = ProjectTime{tenSeconds.nanoseconds + 1}; }},
         {"shorter than a frame", AnnotationKind::rectangle,
          [](AnnotationElement& a) { a.endTime = ProjectTime{16'666'665}; }},
         {"thin line", AnnotationKind::rectangle, [](AnnotationElement& a) { a.lineWidth = 0.0009; }},
-        {"thick line", AnnotationKind::rectangle, [](AnnotationElement& a) { a.lineWidth = 0.051; }},
-        {"NaN line", AnnotationKind::rectangle, [](AnnotationElement& a) { a.lineWidth = NAN; }},
-        {"bright red", AnnotationKind::rectangle, [](AnnotationElement& a) { a.color.red = 1.01; }},
-        {"NaN green", AnnotationKind::rectangle, [](AnnotationElement& a) { a.color.green = NAN; }},
         {"no bounds", AnnotationKind::rectangle, [](AnnotationElement& a) { a.bounds.reset(); }},
-        {"shape with points", AnnotationKind::circle,
-         [](AnnotationElement& a) { a.startPoint = PointValue{}; }},
-        {"narrow", AnnotationKind::mosaic, [](AnnotationElement& a) { a.bounds->width = 0.019; }},
         {"past the right edge", AnnotationKind::rectangle,
          [](AnnotationElement& a) {
              a.bounds = RectValue{0.981, 0, 0.02, 0.5};
          }},
         {"infinite height", AnnotationKind::rectangle,
          [](AnnotationElement& a) { a.bounds->height = INFINITY; }},
-        {"arrow with bounds", AnnotationKind::arrow,
-         [](AnnotationElement& a) {
-             a.bounds = RectValue{0, 0, 1, 1};
-         }},
-        {"arrow without end", AnnotationKind::arrow, [](AnnotationElement& a) { a.endPoint.reset(); }},
-        {"arrow off the picture", AnnotationKind::arrow,
-         [](AnnotationElement& a) { a.startPoint->x = 1.01; }},
         {"short arrow", AnnotationKind::arrow,
          [](AnnotationElement& a) {
              a.startPoint = PointValue{0.5, 0.5};
@@ -475,18 +346,14 @@ TEST(TimelineValidatorAnnotations, AtMostSixteenAreShownAtOnce) {
     for (int z = 0; z < 16; ++z) {
         sixteen.push_back(rectangle(z, 0, 1'000'000'000));
     }
-    EXPECT_NO_THROW(validate(timelineWithAnnotations(sixteen)));
-
     // The ends at an instant count before the starts.
     std::vector<AnnotationElement> handover = sixteen;
     handover.push_back(rectangle(16, 1'000'000'000, 2'000'000'000));
-    EXPECT_NO_THROW(validate(timelineWithAnnotations(handover)));
+    EXPECT_EQ(failure(timelineWithAnnotations(handover)), std::nullopt);
 
     std::vector<AnnotationElement> overlapping = sixteen;
     overlapping.push_back(rectangle(16, 999'999'999, 2'000'000'000));
-    const auto error = validationError(timelineWithAnnotations(overlapping));
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::tooManySimultaneousAnnotations);
+    EXPECT_EQ(failure(timelineWithAnnotations(overlapping)), Case::tooManySimultaneousAnnotations);
 }
 
 } // namespace

@@ -25,9 +25,6 @@ namespace rilo::cli {
 
 namespace {
 
-constexpr std::int64_t zoomInNanoseconds = 650'000'000;
-constexpr std::int64_t zoomOutNanoseconds = 500'000'000;
-
 std::string shortestDecimal(double value) {
     char buffer[64];
     const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
@@ -82,7 +79,8 @@ public:
         const ProjectTimeRange range = ranges.front();
         const PointValue focus = zoom.focus ? *zoom.focus : lastClick(range);
         return {TimelineEffectEngine::addZoom(timeline_, range, focus, zoom.level, sourceDuration_,
-                                              zoomInNanoseconds, zoomOutNanoseconds),
+                                              ZoomSegment::defaultZoomInNanoseconds,
+                                              ZoomSegment::defaultZoomOutNanoseconds),
                 std::nullopt};
     }
 

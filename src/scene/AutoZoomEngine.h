@@ -34,11 +34,11 @@ struct AutoZoomEngine {
     // Scale of every zoom made.
     double zoomScale = 1.7;
     // How long before the first click a zoom starts.
-    std::int64_t zoomInNanoseconds = 650'000'000;
+    std::int64_t zoomInNanoseconds = ZoomSegment::defaultZoomInNanoseconds;
     // How long after the last click a zoom stays fully in.
     std::int64_t holdNanoseconds = 1'600'000'000;
     // Length of the way back.
-    std::int64_t zoomOutNanoseconds = 500'000'000;
+    std::int64_t zoomOutNanoseconds = ZoomSegment::defaultZoomOutNanoseconds;
 
     // The zooms for the left-button presses among the events, which need not
     // be sorted, over a source of the given duration. The result is in

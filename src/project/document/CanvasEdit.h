@@ -9,6 +9,7 @@
 
 #include "shared/Geometry.h"
 #include "shared/JsonNames.h"
+#include "shared/ValueLimits.h"
 
 #include <array>
 #include <optional>
@@ -123,6 +124,8 @@ struct CanvasBackgroundImage {
 // canvas without a `cornerRadius` key reads as the older, larger radius
 // (legacyCornerRadius) instead.
 struct CanvasEdit {
+    static constexpr ValueLimits paddingLimits{0, 0.18};
+
     static constexpr double defaultPadding = 0.08;
     static constexpr double defaultCornerRadius = 0.015;
     static constexpr double legacyCornerRadius = 0.035;

@@ -7,10 +7,6 @@ namespace rilo {
 
 namespace {
 
-double clampedTo(double value, double minimum, double maximum) noexcept {
-    return std::min(std::max(value, minimum), maximum);
-}
-
 // Drops what a stored schema could not have meant and stamps the current one.
 void migrateSchema(EditTimeline& timeline) {
     const std::int64_t version = timeline.schemaVersion;
@@ -75,13 +71,14 @@ EditTimeline EditTimeline::normalized(ProjectTime sourceDuration, bool hasWebcam
     if (CanvasBackgroundPresets::background(result.canvas.preset) != result.canvas.background) {
         result.canvas.preset = CanvasBackgroundPresets::defaultPreset(result.canvas.background);
     }
-    result.canvas.padding = clampedTo(result.canvas.padding, 0, 0.18);
+    result.canvas.padding = CanvasEdit::paddingLimits.clamped(result.canvas.padding);
     result.canvas.cornerRadius = CanvasCornerRadiusRules::clamped(result.canvas.cornerRadius);
 
-    result.cursor.scale = clampedTo(result.cursor.scale, 0.5, 3.0);
+    result.cursor.scale = CursorEdit::scaleLimits.clamped(result.cursor.scale);
 
-    result.audioMix.systemAudio.gainDecibels = clampedTo(result.audioMix.systemAudio.gainDecibels, -60, 12);
-    result.audioMix.microphone.gainDecibels = clampedTo(result.audioMix.microphone.gainDecibels, -60, 12);
+    for (AudioTrackEdit* track : {&result.audioMix.systemAudio, &result.audioMix.microphone}) {
+        track->gainDecibels = AudioTrackEdit::gainDecibelLimits.clamped(track->gainDecibels);
+    }
     return result;
 }
 

@@ -9,11 +9,6 @@ namespace rilo::TimelineEffectEngine {
 
 namespace {
 
-constexpr double minimumZoomScale = 1.0;
-constexpr double maximumZoomScale = 3.0;
-constexpr double minimumKeyframeDiameter = 0.1;
-constexpr double maximumKeyframeDiameter = 0.4;
-
 // end - start >= minimum, without overflowing on wild values.
 bool lastsAtLeast(ProjectTime start, ProjectTime end, ProjectTime minimum) noexcept {
     std::int64_t length = 0;
@@ -27,8 +22,8 @@ bool isValidZoom(const ZoomSegment& zoom, ProjectTime sourceDuration) {
     return zoom.startTime >= ProjectTime::zero() && zoom.endTime <= sourceDuration &&
            lastsAtLeast(zoom.startTime, zoom.endTime, TimelineFrameGrid::minimumDuration) &&
            zoom.startTime <= zoom.focusTime && zoom.focusTime <= zoom.holdEndTime &&
-           zoom.holdEndTime <= zoom.endTime && std::isfinite(zoom.scale) && zoom.scale >= minimumZoomScale &&
-           zoom.scale <= maximumZoomScale && zoom.focusPoint == constrainedFocus(zoom.focusPoint, zoom.scale);
+           zoom.holdEndTime <= zoom.endTime && ZoomSegment::scaleLimits.contains(zoom.scale) &&
+           zoom.focusPoint == constrainedFocus(zoom.focusPoint, zoom.scale);
 }
 
 template <typename Interval>
@@ -90,7 +85,7 @@ void validateKeyframes(const std::vector<WebcamOverlayKeyframe>& keyframes, Proj
             throw TimelineEffectError::keyframeOutsideSource();
         }
         if (!seenIDs.insert(keyframe.id).second || !seenTimes.insert(keyframe.time).second ||
-            !(keyframe.diameter >= minimumKeyframeDiameter && keyframe.diameter <= maximumKeyframeDiameter) ||
+            !WebcamOverlay::diameterLimits.contains(keyframe.diameter) ||
             !isInsideUnitSquare(keyframe.center)) {
             throw TimelineEffectError::keyframeInvalid();
         }

@@ -13,6 +13,7 @@
 #include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"
+#include "shared/ValueLimits.h"
 
 #include <array>
 #include <cstdint>
@@ -31,6 +32,8 @@ enum class ClickEffectStyle {
 
 // How the recorded cursor is drawn again.
 struct CursorEdit {
+    static constexpr ValueLimits scaleLimits{0.5, 3.0};
+
     bool isVisible = true;
     double scale = 1.0;
     bool showsClickEffect = true;
@@ -42,6 +45,8 @@ struct CursorEdit {
 };
 
 struct AudioTrackEdit {
+    static constexpr ValueLimits gainDecibelLimits{-60, 12};
+
     bool isMuted = false;
     double gainDecibels = 0;
 
@@ -69,6 +74,12 @@ struct AudioMixEdit {
 // A zoom: ramps in from startTime to focusTime, holds until holdEndTime and
 // ramps out until endTime.
 struct ZoomSegment {
+    static constexpr ValueLimits scaleLimits{1, 3};
+    // How long a new zoom rises before its focus and falls after its hold,
+    // when its maker does not say.
+    static constexpr std::int64_t defaultZoomInNanoseconds = 650'000'000;
+    static constexpr std::int64_t defaultZoomOutNanoseconds = 500'000'000;
+
     Uuid id;
     ProjectTime startTime;
     ProjectTime focusTime;

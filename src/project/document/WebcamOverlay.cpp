@@ -33,7 +33,7 @@ double WebcamOverlay::constrainedBorderWidthAt1080p(double width) noexcept {
     if (!std::isfinite(width)) {
         return 10;
     }
-    return std::clamp(width, 2.0, 20.0);
+    return borderWidthLimits.clamped(width);
 }
 
 WebcamOverlay WebcamOverlay::newRecording() {

@@ -11,6 +11,7 @@
 #include "shared/JsonNames.h"
 #include "shared/ProjectTime.h"
 #include "shared/Uuid.h"
+#include "shared/ValueLimits.h"
 
 #include <array>
 #include <string_view>
@@ -27,6 +28,9 @@ enum class WebcamAspectRatio {
 double value(WebcamAspectRatio ratio) noexcept;
 
 struct WebcamOverlay {
+    static constexpr ValueLimits diameterLimits{0.1, 0.4};
+    static constexpr ValueLimits borderWidthLimits{2, 20};
+
     bool isVisible = true;
     // Normalised position of the overlay's centre on the output.
     PointValue center{0.86, 0.8};

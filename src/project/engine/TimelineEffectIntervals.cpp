@@ -17,9 +17,6 @@ using TimelineFrameGrid::ceilingBoundary;
 using TimelineFrameGrid::floorBoundary;
 using TimelineFrameGrid::nearestBoundary;
 
-constexpr double minimumZoomScale = 1.0;
-constexpr double maximumZoomScale = 3.0;
-
 template <typename Interval>
 std::vector<Interval> sortedByStart(std::vector<Interval> intervals) {
     std::stable_sort(intervals.begin(), intervals.end(),
@@ -191,7 +188,7 @@ ZoomSegment normalizedZoom(ProjectTimeRange range, PointValue focusPoint, double
     const std::int64_t rise = std::min<std::int64_t>(std::max<std::int64_t>(zoomInNanoseconds, 0), duration);
     const std::int64_t fall =
         std::min(std::max<std::int64_t>(duration - rise, 0), std::max<std::int64_t>(zoomOutNanoseconds, 0));
-    const double clampedScale = std::clamp(scale, minimumZoomScale, maximumZoomScale);
+    const double clampedScale = ZoomSegment::scaleLimits.clamped(scale);
     return {Uuid::random(),
             snapped->start,
             snapped->start + ProjectTime{rise},
@@ -280,7 +277,7 @@ EditTimeline moveZoom(const EditTimeline& timeline, const Uuid& id, ProjectTime 
 EditTimeline updateZoomScale(const EditTimeline& timeline, const Uuid& id, double scale,
                              ProjectTime sourceDuration) {
     return updatingZoom(timeline, id, sourceDuration, [&](ZoomSegment& zoom, const Neighbours&) {
-        zoom.scale = std::clamp(scale, minimumZoomScale, maximumZoomScale);
+        zoom.scale = ZoomSegment::scaleLimits.clamped(scale);
         zoom.focusPoint = constrainedFocus(zoom.focusPoint, zoom.scale);
     });
 }

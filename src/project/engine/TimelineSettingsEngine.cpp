@@ -53,8 +53,8 @@ double readNumber(const std::string& key, const std::string& text) {
     return number;
 }
 
-double readClampedNumber(const std::string& key, const std::string& text, double lower, double upper) {
-    return std::clamp(readNumber(key, text), lower, upper);
+double readClampedNumber(const std::string& key, const std::string& text, ValueLimits limits) {
+    return limits.clamped(readNumber(key, text));
 }
 
 template <json::NamedEnum E>
@@ -75,9 +75,6 @@ ClickEffectStyle readClickEffectStyle(const std::string& key, const std::string&
 
 // ---- The key table ----
 
-constexpr double minimumGainDecibels = -60;
-constexpr double maximumGainDecibels = 12;
-
 using TimelineSetter = void (*)(EditTimeline&, const std::string& key, const std::string& text);
 
 struct TimelineKey {
@@ -89,8 +86,7 @@ struct TimelineKey {
 constexpr std::array<TimelineKey, 12> timelineKeys{{
     {"audio.microphone.gain-db",
      [](EditTimeline& t, const std::string& k, const std::string& v) {
-         t.audioMix.microphone.gainDecibels =
-             readClampedNumber(k, v, minimumGainDecibels, maximumGainDecibels);
+         t.audioMix.microphone.gainDecibels = readClampedNumber(k, v, AudioTrackEdit::gainDecibelLimits);
      }},
     {"audio.microphone.muted",
      [](EditTimeline& t, const std::string& k, const std::string& v) {
@@ -98,8 +94,7 @@ constexpr std::array<TimelineKey, 12> timelineKeys{{
      }},
     {"audio.system.gain-db",
      [](EditTimeline& t, const std::string& k, const std::string& v) {
-         t.audioMix.systemAudio.gainDecibels =
-             readClampedNumber(k, v, minimumGainDecibels, maximumGainDecibels);
+         t.audioMix.systemAudio.gainDecibels = readClampedNumber(k, v, AudioTrackEdit::gainDecibelLimits);
      }},
     {"audio.system.muted", [](EditTimeline& t, const std::string& k,
                               const std::string& v) { t.audioMix.systemAudio.isMuted = readBoolean(k, v); }},
@@ -109,8 +104,10 @@ constexpr std::array<TimelineKey, 12> timelineKeys{{
      [](EditTimeline& t, const std::string& k, const std::string& v) {
          t.canvas.background = readWord<CanvasBackground>(k, v);
      }},
-    {"canvas.padding", [](EditTimeline& t, const std::string& k,
-                          const std::string& v) { t.canvas.padding = readClampedNumber(k, v, 0, 0.18); }},
+    {"canvas.padding",
+     [](EditTimeline& t, const std::string& k, const std::string& v) {
+         t.canvas.padding = readClampedNumber(k, v, CanvasEdit::paddingLimits);
+     }},
     {"canvas.radius",
      [](EditTimeline& t, const std::string& k, const std::string& v) {
          t.canvas.cornerRadius = CanvasCornerRadiusRules::snapped(readNumber(k, v));
@@ -121,8 +118,10 @@ constexpr std::array<TimelineKey, 12> timelineKeys{{
      [](EditTimeline& t, const std::string& k, const std::string& v) {
          t.cursor.clickEffectStyle = readClickEffectStyle(k, v);
      }},
-    {"cursor.scale", [](EditTimeline& t, const std::string& k,
-                        const std::string& v) { t.cursor.scale = readClampedNumber(k, v, 0.5, 3.0); }},
+    {"cursor.scale",
+     [](EditTimeline& t, const std::string& k, const std::string& v) {
+         t.cursor.scale = readClampedNumber(k, v, CursorEdit::scaleLimits);
+     }},
     {"cursor.show", [](EditTimeline& t, const std::string& k,
                        const std::string& v) { t.cursor.isVisible = readBoolean(k, v); }},
 }};
@@ -150,17 +149,17 @@ constexpr std::array<WebcamKey, 11> webcamKeys{{
      false},
     {"webcam.border-width",
      [](WebcamOverlay& w, const std::string& k, const std::string& v) {
-         w.borderWidthAt1080p = readClampedNumber(k, v, 2, 20);
+         w.borderWidthAt1080p = readClampedNumber(k, v, WebcamOverlay::borderWidthLimits);
      },
      false},
     {"webcam.corner-radius",
      [](WebcamOverlay& w, const std::string& k, const std::string& v) {
-         w.cornerRadius = readClampedNumber(k, v, 0, 1);
+         w.cornerRadius = readClampedNumber(k, v, {0, 1});
      },
      false},
     {"webcam.diameter",
      [](WebcamOverlay& w, const std::string& k, const std::string& v) {
-         w.diameter = readClampedNumber(k, v, 0.1, 0.4);
+         w.diameter = readClampedNumber(k, v, WebcamOverlay::diameterLimits);
      },
      true},
     {"webcam.mirror",
@@ -188,12 +187,12 @@ constexpr std::array<WebcamKey, 11> webcamKeys{{
      false},
     {"webcam.x",
      [](WebcamOverlay& w, const std::string& k, const std::string& v) {
-         w.center.x = readClampedNumber(k, v, 0, 1);
+         w.center.x = readClampedNumber(k, v, {0, 1});
      },
      true},
     {"webcam.y",
      [](WebcamOverlay& w, const std::string& k, const std::string& v) {
-         w.center.y = readClampedNumber(k, v, 0, 1);
+         w.center.y = readClampedNumber(k, v, {0, 1});
      },
      true},
 }};

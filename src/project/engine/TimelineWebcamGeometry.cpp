@@ -16,8 +16,6 @@ namespace rilo::TimelineEffectEngine {
 
 namespace {
 
-constexpr double minimumDiameter = 0.1;
-constexpr double maximumDiameter = 0.4;
 constexpr double minimumAspectRatio = 0.01;
 
 // Clamped like std::clamp, except that a NaN becomes the lower bound.
@@ -30,7 +28,8 @@ double atLeast(double value, double lower) noexcept {
 }
 
 double clampedDiameter(double diameter) noexcept {
-    return clampedOrLower(diameter, minimumDiameter, maximumDiameter);
+    return clampedOrLower(diameter, WebcamOverlay::diameterLimits.minimum,
+                          WebcamOverlay::diameterLimits.maximum);
 }
 
 // A coordinate kept at least `radius` away from both edges; a webcam wider
@@ -160,7 +159,8 @@ EditTimeline resizeWebcamGlobally(const EditTimeline& timeline, ProjectTime time
         return timeline;
     }
     const double webcamAspectRatio = value(timeline.webcamOverlay->aspectRatio);
-    const double ratio = clampedDiameter(targetDiameter) / std::max(current->diameter, minimumDiameter);
+    const double ratio =
+        clampedDiameter(targetDiameter) / std::max(current->diameter, WebcamOverlay::diameterLimits.minimum);
 
     EditTimeline result = timeline;
     const auto resize = [&](PointValue& center, double& diameter) {

@@ -6,12 +6,19 @@
 
 namespace rilo::cli {
 
+// The cases of CLIArgumentError.
+enum class CLIArgumentErrorCase {
+    unknownCommand,
+    missingValue,
+    invalidValue,
+    unexpectedArgument,
+    missingCommand
+};
+
 // A command line that does not follow the grammar. Always reported as
 // "invalid_arguments" with exit code 1, before any project is opened.
-class CLIArgumentError : public LocalizedError {
+class CLIArgumentError : public CaseError<CLIArgumentErrorCase> {
 public:
-    enum class Case { unknownCommand, missingValue, invalidValue, unexpectedArgument, missingCommand };
-
     static CLIArgumentError unknownCommand(const std::string& value) {
         return {Case::unknownCommand, "未知命令：" + value};
     }
@@ -26,14 +33,9 @@ public:
     }
     static CLIArgumentError missingCommand() { return {Case::missingCommand, "缺少命令。"}; }
 
-    Case errorCase() const noexcept { return case_; }
-
 private:
     CLIArgumentError(Case errorCase, const std::string& message)
-        : LocalizedError(message)
-        , case_(errorCase) {}
-
-    Case case_;
+        : CaseError(errorCase, message) {}
 };
 
 // A command that this build parses but cannot run yet.

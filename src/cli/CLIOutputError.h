@@ -6,13 +6,14 @@
 
 namespace rilo::cli {
 
+// The cases of CLIOutputError.
+enum class CLIOutputErrorCase { outputExists, parentMissing };
+
 // An output file of `frame`, `preview` or `export` that cannot be written
 // where it was asked for. Reported as "execution" (exit 5), before the
 // project is opened.
-class CLIOutputError : public LocalizedError {
+class CLIOutputError : public CaseError<CLIOutputErrorCase> {
 public:
-    enum class Case { outputExists, parentMissing };
-
     static CLIOutputError outputExists(const std::string& path) {
         return {Case::outputExists, "输出已存在，使用--replace才能覆盖：" + path};
     }
@@ -20,14 +21,9 @@ public:
         return {Case::parentMissing, "输出目录不存在：" + path};
     }
 
-    Case errorCase() const noexcept { return case_; }
-
 private:
     CLIOutputError(Case errorCase, const std::string& message)
-        : LocalizedError(message)
-        , case_(errorCase) {}
-
-    Case case_;
+        : CaseError(errorCase, message) {}
 };
 
 } // namespace rilo::cli

@@ -52,7 +52,8 @@ public:
 
     Candidate operator()(const mutation::Cut& cut) const {
         TimelineEditPlan plan;
-        plan.cuts = sourceRanges(cut.range, cut.domain, [] { return TimelineEditError::invalidRange(); });
+        plan.cuts = sourceRanges(cut.range, cut.domain,
+                                 [] { return TimelineEditError(TimelineEditError::Case::invalidRange); });
         TimelinePlanResult result =
             TimelinePlanEngine::apply(plan, timeline_, sourceDuration_, manifest_.webcam.has_value(),
                                       manifest_.encodedPixelSize, project_.snapshot.mouseEvents);
@@ -62,19 +63,20 @@ public:
 
     Candidate operator()(const mutation::Speed& speed) const {
         std::vector<TimelineSpeedChange> changes;
-        for (const ProjectTimeRange& range :
-             sourceRanges(speed.range, speed.domain, [] { return TimelineSpeedError::invalidRange(); })) {
+        for (const ProjectTimeRange& range : sourceRanges(speed.range, speed.domain, [] {
+                 return TimelineSpeedError(TimelineSpeedError::Case::invalidRange);
+             })) {
             changes.push_back({range, speed.rate});
         }
         return {TimelineSpeedEngine::applying(changes, timeline_, sourceDuration_).timeline, std::nullopt};
     }
 
     Candidate operator()(const mutation::ZoomAdd& zoom) const {
-        const auto ranges =
-            sourceRanges(zoom.range, zoom.domain, [] { return TimelineEditError::invalidRange(); });
+        const auto ranges = sourceRanges(
+            zoom.range, zoom.domain, [] { return TimelineEditError(TimelineEditError::Case::invalidRange); });
         if (ranges.size() != 1) {
             // A zoom cannot span a cut.
-            throw TimelineEffectError::zoomRangeInvalid();
+            throw TimelineEffectError(TimelineEffectError::Case::zoomRangeInvalid);
         }
         const ProjectTimeRange range = ranges.front();
         const PointValue focus = zoom.focus ? *zoom.focus : lastClick(range);
@@ -89,7 +91,7 @@ public:
             return {TimelineEffectEngine::removeAllZooms(timeline_, sourceDuration_), std::nullopt};
         }
         if (!remove.index) {
-            throw TimelineEffectError::zoomIndexInvalid();
+            throw TimelineEffectError(TimelineEffectError::Case::zoomIndexInvalid);
         }
         return {TimelineEffectEngine::removeZoom(timeline_, *remove.index, sourceDuration_), std::nullopt};
     }

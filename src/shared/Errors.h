@@ -16,6 +16,24 @@ public:
     std::string message() const { return what(); }
 };
 
+// The shape of every typed error: one enumeration of cases, each with its
+// fixed text (some with a value appended). Callers classify by errorCase().
+template <class CaseEnumeration>
+class CaseError : public LocalizedError {
+public:
+    using Case = CaseEnumeration;
+
+    Case errorCase() const noexcept { return case_; }
+
+protected:
+    CaseError(Case errorCase, const std::string& message)
+        : LocalizedError(message)
+        , case_(errorCase) {}
+
+private:
+    Case case_;
+};
+
 // A document or file that cannot be read, decoded or written.
 class FileError : public LocalizedError {
 public:

@@ -31,7 +31,7 @@ TEST(RiloCLIClassify, MapsErrorsToCodesAndExitCodes) {
     EXPECT_EQ(classify(ProjectStoreError::invalidProjectLocation()), store);
     EXPECT_EQ(classify(ProjectStoreError::timelineLockUnavailable()), store);
     EXPECT_EQ(classify(TimelineValidationError::empty()), validation);
-    EXPECT_EQ(classify(TimelineEffectError::zoomOverlap()), validation);
+    EXPECT_EQ(classify(TimelineEffectError(TimelineEffectError::Case::zoomOverlap)), validation);
     EXPECT_EQ(classify(json::DecodingError("bad")), execution);
     EXPECT_EQ(classify(CLICommandUnavailableError("cut")), execution);
     EXPECT_EQ(classify(std::runtime_error("anything")), execution);

@@ -4,23 +4,24 @@
 
 namespace rilo {
 
+// The cases of CaptionValidationError.
+enum class CaptionValidationErrorCase {
+    unsupportedSchema,
+    invalidTrack,
+    tooManyCues,
+    invalidCue,
+    invalidWord,
+    invalidHighlight,
+    cueCrossesRemovedContent,
+    staleTimeline,
+    staleAudio,
+};
+
 // Why a caption document may not be stored or used. The cases after
 // invalidHighlight are raised by the commands that check captions against the
 // present timeline and audio.
-class CaptionValidationError : public LocalizedError {
+class CaptionValidationError : public CaseError<CaptionValidationErrorCase> {
 public:
-    enum class Case {
-        unsupportedSchema,
-        invalidTrack,
-        tooManyCues,
-        invalidCue,
-        invalidWord,
-        invalidHighlight,
-        cueCrossesRemovedContent,
-        staleTimeline,
-        staleAudio,
-    };
-
     static CaptionValidationError unsupportedSchema() {
         return {Case::unsupportedSchema, "不支持该字幕格式版本。"};
     }
@@ -48,14 +49,9 @@ public:
         return {Case::staleAudio, "字幕对应的音频与当前任务不一致。"};
     }
 
-    Case errorCase() const noexcept { return case_; }
-
 private:
     CaptionValidationError(Case errorCase, const char* message)
-        : LocalizedError(message)
-        , case_(errorCase) {}
-
-    Case case_;
+        : CaseError(errorCase, message) {}
 };
 
 } // namespace rilo

@@ -34,7 +34,6 @@ std::string messageFor(TimelineEffectError::Case errorCase) {
 } // namespace
 
 TimelineEffectError::TimelineEffectError(Case errorCase)
-    : LocalizedError(messageFor(errorCase))
-    , case_(errorCase) {}
+    : CaseError(errorCase, messageFor(errorCase)) {}
 
 } // namespace rilo

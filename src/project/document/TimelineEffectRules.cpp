@@ -40,10 +40,10 @@ void validateZooms(const std::vector<ZoomSegment>& zooms, ProjectTime sourceDura
     const std::vector<ZoomSegment> sorted = sortedByStart(zooms);
     for (const ZoomSegment& zoom : sorted) {
         if (!seenIDs.insert(zoom.id).second || !isValidZoom(zoom, sourceDuration)) {
-            throw TimelineEffectError::zoomRangeInvalid();
+            throw TimelineEffectError(TimelineEffectError::Case::zoomRangeInvalid);
         }
         if (previous != nullptr && zoom.startTime < previous->endTime) {
-            throw TimelineEffectError::zoomOverlap();
+            throw TimelineEffectError(TimelineEffectError::Case::zoomOverlap);
         }
         previous = &zoom;
     }
@@ -54,7 +54,7 @@ void validateWebcamFullscreenSegments(const EditTimeline& timeline, ProjectTime 
         return;
     }
     if (!timeline.webcamOverlay) {
-        throw TimelineEffectError::webcamFullscreenRangeInvalid();
+        throw TimelineEffectError(TimelineEffectError::Case::webcamFullscreenRangeInvalid);
     }
     std::set<Uuid> seenIDs;
     const WebcamFullscreenSegment* previous = nullptr;
@@ -63,10 +63,10 @@ void validateWebcamFullscreenSegments(const EditTimeline& timeline, ProjectTime 
         if (!seenIDs.insert(segment.id).second || segment.startTime < ProjectTime::zero() ||
             segment.endTime > sourceDuration ||
             !lastsAtLeast(segment.startTime, segment.endTime, minimumWebcamFullscreenDuration)) {
-            throw TimelineEffectError::webcamFullscreenRangeInvalid();
+            throw TimelineEffectError(TimelineEffectError::Case::webcamFullscreenRangeInvalid);
         }
         if (previous != nullptr && segment.startTime < previous->endTime) {
-            throw TimelineEffectError::webcamFullscreenOverlap();
+            throw TimelineEffectError(TimelineEffectError::Case::webcamFullscreenOverlap);
         }
         previous = &segment;
     }
@@ -82,12 +82,12 @@ void validateKeyframes(const std::vector<WebcamOverlayKeyframe>& keyframes, Proj
     std::set<ProjectTime> seenTimes;
     for (const WebcamOverlayKeyframe& keyframe : keyframes) {
         if (keyframe.time < ProjectTime::zero() || keyframe.time >= sourceDuration) {
-            throw TimelineEffectError::keyframeOutsideSource();
+            throw TimelineEffectError(TimelineEffectError::Case::keyframeOutsideSource);
         }
         if (!seenIDs.insert(keyframe.id).second || !seenTimes.insert(keyframe.time).second ||
             !WebcamOverlay::diameterLimits.contains(keyframe.diameter) ||
             !isInsideUnitSquare(keyframe.center)) {
-            throw TimelineEffectError::keyframeInvalid();
+            throw TimelineEffectError(TimelineEffectError::Case::keyframeInvalid);
         }
     }
 }

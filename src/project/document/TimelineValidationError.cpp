@@ -51,8 +51,7 @@ std::string messageFor(TimelineValidationError::Case errorCase, std::optional<st
 
 TimelineValidationError::TimelineValidationError(Case errorCase, std::optional<Uuid> id,
                                                  std::optional<std::int64_t> schemaVersion)
-    : LocalizedError(messageFor(errorCase, schemaVersion))
-    , case_(errorCase)
+    : CaseError(errorCase, messageFor(errorCase, schemaVersion))
     , id_(id)
     , schemaVersion_(schemaVersion) {}
 

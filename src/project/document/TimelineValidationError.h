@@ -8,30 +8,31 @@
 
 namespace rilo {
 
+// The cases of TimelineValidationError.
+enum class TimelineValidationErrorCase {
+    unsupportedSchema,
+    rangeOutsideSource,
+    segmentTooShort,
+    invalidPlaybackRate,
+    playbackRateRequiresSchema4,
+    sequenceSegmentTooShort,
+    sequenceDurationOverflow,
+    segmentsOutOfOrder,
+    overlappingSegments,
+    invalidAnnotation,
+    empty,
+    invalidMotionBlurAmount,
+    deviceFrameRequiresSchema8,
+    invalidDeviceFrame,
+    tooManyAnnotations,
+    tooManySimultaneousAnnotations,
+    annotationsRequireSchema7,
+};
+
 // Why a timeline document may not exist. The cases about one segment or one
 // annotation carry its id; the id is not part of the message.
-class TimelineValidationError : public LocalizedError {
+class TimelineValidationError : public CaseError<TimelineValidationErrorCase> {
 public:
-    enum class Case {
-        unsupportedSchema,
-        rangeOutsideSource,
-        segmentTooShort,
-        invalidPlaybackRate,
-        playbackRateRequiresSchema4,
-        sequenceSegmentTooShort,
-        sequenceDurationOverflow,
-        segmentsOutOfOrder,
-        overlappingSegments,
-        invalidAnnotation,
-        empty,
-        invalidMotionBlurAmount,
-        deviceFrameRequiresSchema8,
-        invalidDeviceFrame,
-        tooManyAnnotations,
-        tooManySimultaneousAnnotations,
-        annotationsRequireSchema7,
-    };
-
     static TimelineValidationError unsupportedSchema(std::int64_t version);
 
     // About one segment.
@@ -82,7 +83,6 @@ public:
         return {Case::annotationsRequireSchema7, std::nullopt};
     }
 
-    Case errorCase() const noexcept { return case_; }
     // The segment or annotation concerned; none for the cases about the
     // whole document.
     const std::optional<Uuid>& id() const noexcept { return id_; }
@@ -93,7 +93,6 @@ private:
     TimelineValidationError(Case errorCase, std::optional<Uuid> id,
                             std::optional<std::int64_t> schemaVersion = std::nullopt);
 
-    Case case_;
     std::optional<Uuid> id_;
     std::optional<std::int64_t> schemaVersion_;
 };

@@ -119,11 +119,11 @@ EditTimeline split(const EditTimeline& timeline, ProjectTime sequenceTime, Proje
     const TimelineMapper mapper(timeline, sourceDuration);
     const auto mapped = mapper.mappedTimeForSequenceTime(snap(sequenceTime));
     if (!mapped) {
-        throw TimelineEditError::noSegmentAtPlayhead();
+        throw TimelineEditError(TimelineEditError::Case::noSegmentAtPlayhead);
     }
     const auto index = indexOfSegment(timeline, mapped->segmentID);
     if (!index) {
-        throw TimelineEditError::noSegmentAtPlayhead();
+        throw TimelineEditError(TimelineEditError::Case::noSegmentAtPlayhead);
     }
     const TimelineSegment segment = timeline.segments[*index];
     // Snapped on both axes: the sequence position picks the frame shown, the
@@ -132,7 +132,7 @@ EditTimeline split(const EditTimeline& timeline, ProjectTime sequenceTime, Proje
     const ProjectTime left = cut - segment.sourceRange.start;
     const ProjectTime right = segment.sourceRange.end() - cut;
     if (left < minimum || right < minimum) {
-        throw TimelineEditError::splitAtBoundary();
+        throw TimelineEditError(TimelineEditError::Case::splitAtBoundary);
     }
 
     EditTimeline result = timeline;
@@ -147,7 +147,7 @@ EditTimeline trimStart(const EditTimeline& timeline, const Uuid& segmentID, Proj
                        ProjectTime sourceDuration) {
     const auto index = indexOfSegment(timeline, segmentID);
     if (!index) {
-        throw TimelineEditError::segmentNotFound();
+        throw TimelineEditError(TimelineEditError::Case::segmentNotFound);
     }
     const TimelineSegment& segment = timeline.segments[*index];
     const ProjectTime end = segment.sourceRange.end();
@@ -156,7 +156,7 @@ EditTimeline trimStart(const EditTimeline& timeline, const Uuid& segmentID, Proj
     const ProjectTime latest = end - minimum;
     const ProjectTime start = snap(sourceTime);
     if (start < earliest || start > latest) {
-        throw TimelineEditError::trimOutsideHandles();
+        throw TimelineEditError(TimelineEditError::Case::trimOutsideHandles);
     }
 
     EditTimeline result = timeline;
@@ -168,7 +168,7 @@ EditTimeline trimEnd(const EditTimeline& timeline, const Uuid& segmentID, Projec
                      ProjectTime sourceDuration) {
     const auto index = indexOfSegment(timeline, segmentID);
     if (!index) {
-        throw TimelineEditError::segmentNotFound();
+        throw TimelineEditError(TimelineEditError::Case::segmentNotFound);
     }
     const TimelineSegment& segment = timeline.segments[*index];
     const ProjectTime start = segment.sourceRange.start;
@@ -178,7 +178,7 @@ EditTimeline trimEnd(const EditTimeline& timeline, const Uuid& segmentID, Projec
                                    : timeline.segments[*index + 1].sourceRange.start;
     const ProjectTime end = snap(sourceTime);
     if (end < earliest || end > latest) {
-        throw TimelineEditError::trimOutsideHandles();
+        throw TimelineEditError(TimelineEditError::Case::trimOutsideHandles);
     }
 
     EditTimeline result = timeline;
@@ -188,11 +188,11 @@ EditTimeline trimEnd(const EditTimeline& timeline, const Uuid& segmentID, Projec
 
 EditTimeline rippleDelete(const EditTimeline& timeline, const Uuid& segmentID, ProjectTime sourceDuration) {
     if (timeline.segments.size() < 2) {
-        throw TimelineEditError::cannotDeleteLastSegment();
+        throw TimelineEditError(TimelineEditError::Case::cannotDeleteLastSegment);
     }
     const auto index = indexOfSegment(timeline, segmentID);
     if (!index) {
-        throw TimelineEditError::segmentNotFound();
+        throw TimelineEditError(TimelineEditError::Case::segmentNotFound);
     }
 
     EditTimeline result = timeline;
@@ -207,7 +207,7 @@ EditTimeline retainingSequenceRange(const EditTimeline& timeline, const ProjectT
     if (sequenceRange.duration <= ProjectTime::zero() || sequenceRange.start < ProjectTime::zero() ||
         sequenceRange.start > mapper.sequenceDuration() ||
         sequenceRange.duration > mapper.sequenceDuration() - sequenceRange.start) {
-        throw TimelineEditError::invalidRange();
+        throw TimelineEditError(TimelineEditError::Case::invalidRange);
     }
 
     std::vector<TimelineSegment> pieces;
@@ -217,7 +217,7 @@ EditTimeline retainingSequenceRange(const EditTimeline& timeline, const ProjectT
         }
     }
     if (pieces.empty()) {
-        throw TimelineEditError::invalidRange();
+        throw TimelineEditError(TimelineEditError::Case::invalidRange);
     }
 
     EditTimeline result = timeline;
@@ -237,11 +237,11 @@ EditTimeline removeSourceRanges(const EditTimeline& timeline,
         }
     }
     if (cuts.empty()) {
-        throw TimelineEditError::invalidRange();
+        throw TimelineEditError(TimelineEditError::Case::invalidRange);
     }
     for (const ProjectTimeRange& cut : cuts) {
         if (cut.start < ProjectTime::zero() || cut.end() > sourceDuration) {
-            throw TimelineEditError::invalidRange();
+            throw TimelineEditError(TimelineEditError::Case::invalidRange);
         }
     }
 
@@ -250,11 +250,11 @@ EditTimeline removeSourceRanges(const EditTimeline& timeline,
         working = removingRange(working, cut);
     }
     if (working.empty()) {
-        throw TimelineEditError::cannotDeleteLastSegment();
+        throw TimelineEditError(TimelineEditError::Case::cannotDeleteLastSegment);
     }
     // A cut that removes nothing is an error, not a no-op.
     if (working == timeline.segments) {
-        throw TimelineEditError::invalidRange();
+        throw TimelineEditError(TimelineEditError::Case::invalidRange);
     }
 
     EditTimeline result = timeline;

@@ -6,35 +6,24 @@
 
 namespace rilo {
 
+// The cases of TimelineEditError.
+enum class TimelineEditErrorCase {
+    noSegmentAtPlayhead,
+    splitAtBoundary,
+    segmentNotFound,
+    trimOutsideHandles,
+    cannotDeleteLastSegment,
+    invalidRange,
+};
+
 // Failures of the structural edits of the segment list: split, trim, delete,
 // keeping a sequence range and removing source ranges.
-class TimelineEditError : public LocalizedError {
+class TimelineEditError : public CaseError<TimelineEditErrorCase> {
 public:
-    enum class Case {
-        noSegmentAtPlayhead,
-        splitAtBoundary,
-        segmentNotFound,
-        trimOutsideHandles,
-        cannotDeleteLastSegment,
-        invalidRange,
-    };
-
-    static TimelineEditError noSegmentAtPlayhead() { return TimelineEditError(Case::noSegmentAtPlayhead); }
-    static TimelineEditError splitAtBoundary() { return TimelineEditError(Case::splitAtBoundary); }
-    static TimelineEditError segmentNotFound() { return TimelineEditError(Case::segmentNotFound); }
-    static TimelineEditError trimOutsideHandles() { return TimelineEditError(Case::trimOutsideHandles); }
-    static TimelineEditError cannotDeleteLastSegment() {
-        return TimelineEditError(Case::cannotDeleteLastSegment);
-    }
-    static TimelineEditError invalidRange() { return TimelineEditError(Case::invalidRange); }
-
-    Case errorCase() const noexcept { return case_; }
+    explicit TimelineEditError(Case errorCase)
+        : CaseError(errorCase, messageFor(errorCase)) {}
 
 private:
-    explicit TimelineEditError(Case errorCase)
-        : LocalizedError(messageFor(errorCase))
-        , case_(errorCase) {}
-
     static std::string messageFor(Case errorCase) {
         switch (errorCase) {
         case Case::noSegmentAtPlayhead:
@@ -52,8 +41,6 @@ private:
         }
         return "剪辑区间无效或超出时间轴。";
     }
-
-    Case case_;
 };
 
 } // namespace rilo

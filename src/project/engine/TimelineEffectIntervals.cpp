@@ -124,15 +124,15 @@ void retime(ZoomSegment& zoom, Boundaries boundaries) {
 // The shared step of every change to one interval: find it by id, hand it
 // with its neighbours to the mutation, store the list in startTime order and
 // validate the result.
-template <typename Interval, typename Mutation, typename NotFound>
+template <typename Interval, typename Mutation>
 EditTimeline updatingInterval(const EditTimeline& timeline, std::vector<Interval> EditTimeline::*member,
-                              const Uuid& id, ProjectTime sourceDuration, NotFound notFound,
+                              const Uuid& id, ProjectTime sourceDuration, TimelineEffectError::Case notFound,
                               Mutation mutation) {
     std::vector<Interval> sorted = sortedByStart(timeline.*member);
     const auto found = std::find_if(sorted.begin(), sorted.end(),
                                     [&](const Interval& interval) { return interval.id == id; });
     if (found == sorted.end()) {
-        throw notFound();
+        throw TimelineEffectError(notFound);
     }
     Neighbours neighbours;
     if (found != sorted.begin()) {
@@ -152,14 +152,14 @@ template <typename Mutation>
 EditTimeline updatingZoom(const EditTimeline& timeline, const Uuid& id, ProjectTime sourceDuration,
                           Mutation mutation) {
     return updatingInterval(timeline, &EditTimeline::zooms, id, sourceDuration,
-                            &TimelineEffectError::zoomNotFound, mutation);
+                            TimelineEffectError::Case::zoomNotFound, mutation);
 }
 
 template <typename Mutation>
 EditTimeline updatingFullscreen(const EditTimeline& timeline, const Uuid& id, ProjectTime sourceDuration,
                                 Mutation mutation) {
     return updatingInterval(timeline, &EditTimeline::webcamFullscreenSegments, id, sourceDuration,
-                            &TimelineEffectError::webcamFullscreenNotFound, mutation);
+                            TimelineEffectError::Case::webcamFullscreenNotFound, mutation);
 }
 
 template <typename Interval>
@@ -182,7 +182,7 @@ ZoomSegment normalizedZoom(ProjectTimeRange range, PointValue focusPoint, double
     const std::optional<SnappedRange> snapped = snappedRange(range, sourceDuration);
     if (!snapped || !isInsideSource(*snapped, sourceDuration, TimelineFrameGrid::minimumDuration) ||
         !std::isfinite(scale)) {
-        throw TimelineEffectError::zoomRangeInvalid();
+        throw TimelineEffectError(TimelineEffectError::Case::zoomRangeInvalid);
     }
     const std::int64_t duration = (snapped->end - snapped->start).nanoseconds;
     const std::int64_t rise = std::min<std::int64_t>(std::max<std::int64_t>(zoomInNanoseconds, 0), duration);
@@ -210,7 +210,7 @@ EditTimeline addZoom(const EditTimeline& timeline, ProjectTimeRange range, Point
 EditTimeline removeZoom(const EditTimeline& timeline, std::int64_t index, ProjectTime sourceDuration) {
     std::vector<ZoomSegment> zooms = sortedByStart(timeline.zooms);
     if (index < 0 || index >= static_cast<std::int64_t>(zooms.size())) {
-        throw TimelineEffectError::zoomIndexInvalid();
+        throw TimelineEffectError(TimelineEffectError::Case::zoomIndexInvalid);
     }
     zooms.erase(zooms.begin() + index);
     return replaceZooms(timeline, std::move(zooms), sourceDuration);
@@ -221,7 +221,7 @@ EditTimeline removeZoom(const EditTimeline& timeline, const Uuid& id, ProjectTim
     const auto removed =
         std::remove_if(zooms.begin(), zooms.end(), [&](const ZoomSegment& z) { return z.id == id; });
     if (removed == zooms.end()) {
-        throw TimelineEffectError::zoomNotFound();
+        throw TimelineEffectError(TimelineEffectError::Case::zoomNotFound);
     }
     zooms.erase(removed, zooms.end());
     return replaceZooms(timeline, std::move(zooms), sourceDuration);
@@ -295,7 +295,7 @@ EditTimeline addWebcamFullscreen(const EditTimeline& timeline, ProjectTimeRange 
                                  ProjectTime sourceDuration) {
     const std::optional<SnappedRange> snapped = snappedRange(range, sourceDuration);
     if (!snapped || !isInsideSource(*snapped, sourceDuration, minimumWebcamFullscreenDuration)) {
-        throw TimelineEffectError::webcamFullscreenRangeInvalid();
+        throw TimelineEffectError(TimelineEffectError::Case::webcamFullscreenRangeInvalid);
     }
     EditTimeline result = timeline;
     result.webcamFullscreenSegments.push_back({Uuid::random(), snapped->start, snapped->end});
@@ -312,7 +312,7 @@ EditTimeline removeWebcamFullscreen(const EditTimeline& timeline, const Uuid& id
         std::remove_if(segments.begin(), segments.end(),
                        [&](const WebcamFullscreenSegment& segment) { return segment.id == id; });
     if (removed == segments.end()) {
-        throw TimelineEffectError::webcamFullscreenNotFound();
+        throw TimelineEffectError(TimelineEffectError::Case::webcamFullscreenNotFound);
     }
     segments.erase(removed, segments.end());
     validate(result, sourceDuration);

@@ -260,17 +260,17 @@ TimelinePlanResult apply(const TimelineEditPlan& plan, const EditTimeline& timel
                          const std::vector<MouseEvent>& clickEvents) {
     const std::size_t operations = operationCount(plan);
     if (operations < 1) {
-        throw TimelinePlanError::empty();
+        throw TimelinePlanError(TimelinePlanError::Case::empty);
     }
     if (operations > maximumOperationCount) {
-        throw TimelinePlanError::tooManyOperations();
+        throw TimelinePlanError(TimelinePlanError::Case::tooManyOperations);
     }
 
     TimelinePlanResult result;
     result.normalizedCutRanges = mergedRanges(plan.cuts);
     const std::vector<ProjectTimeRange>& normalizedCuts = result.normalizedCutRanges;
     if (!plan.cuts.empty() && normalizedCuts.empty()) {
-        throw TimelineEditError::invalidRange();
+        throw TimelineEditError(TimelineEditError::Case::invalidRange);
     }
 
     EditTimeline current = timeline;
@@ -278,7 +278,7 @@ TimelinePlanResult apply(const TimelineEditPlan& plan, const EditTimeline& timel
         const TimelineMapper mapper(timeline, sourceDuration);
         for (const ProjectTimeRange& cut : normalizedCuts) {
             if (mapper.projectedRanges(cut).empty()) {
-                throw TimelinePlanError::cutOutsideRetainedContent();
+                throw TimelinePlanError(TimelinePlanError::Case::cutOutsideRetainedContent);
             }
         }
         current = TimelineEditEngine::removeSourceRanges(current, normalizedCuts, sourceDuration);

@@ -11,18 +11,19 @@
 
 namespace rilo {
 
+// The cases of TimelinePlanError.
+enum class TimelinePlanErrorCase {
+    zoomOutsideRetainedContent,
+    empty,
+    tooManyOperations,
+    cutOutsideRetainedContent,
+};
+
 // Failures of an edit plan as a whole. A zoom outside the retained content
 // carries what the command line reports about it: the offending source range,
 // the id of the zoom when it is an existing one, and the plan's merged cuts.
-class TimelinePlanError : public LocalizedError {
+class TimelinePlanError : public CaseError<TimelinePlanErrorCase> {
 public:
-    enum class Case {
-        zoomOutsideRetainedContent,
-        empty,
-        tooManyOperations,
-        cutOutsideRetainedContent,
-    };
-
     static TimelinePlanError zoomOutsideRetainedContent(const ProjectTimeRange& range,
                                                         const std::optional<Uuid>& zoomID,
                                                         std::vector<ProjectTimeRange> normalizedCuts) {
@@ -32,13 +33,7 @@ public:
         error.normalizedCuts_ = std::move(normalizedCuts);
         return error;
     }
-    static TimelinePlanError empty() { return TimelinePlanError(Case::empty); }
-    static TimelinePlanError tooManyOperations() { return TimelinePlanError(Case::tooManyOperations); }
-    static TimelinePlanError cutOutsideRetainedContent() {
-        return TimelinePlanError(Case::cutOutsideRetainedContent);
-    }
 
-    Case errorCase() const noexcept { return case_; }
     // The source range of zoomOutsideRetainedContent; none for the other cases.
     const std::optional<ProjectTimeRange>& range() const noexcept { return range_; }
     // The existing zoom concerned; none for a planned zoom and the other cases.
@@ -46,11 +41,11 @@ public:
     // The plan's merged cuts, in order; empty for the other cases.
     const std::vector<ProjectTimeRange>& normalizedCuts() const noexcept { return normalizedCuts_; }
 
-private:
+public:
     explicit TimelinePlanError(Case errorCase)
-        : LocalizedError(messageFor(errorCase))
-        , case_(errorCase) {}
+        : CaseError(errorCase, messageFor(errorCase)) {}
 
+private:
     static std::string messageFor(Case errorCase) {
         switch (errorCase) {
         case Case::zoomOutsideRetainedContent:
@@ -65,7 +60,6 @@ private:
         return "剪辑计划至少需要一项操作。";
     }
 
-    Case case_;
     std::optional<ProjectTimeRange> range_;
     std::optional<Uuid> zoomID_;
     std::vector<ProjectTimeRange> normalizedCuts_;

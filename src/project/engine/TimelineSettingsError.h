@@ -7,16 +7,17 @@
 
 namespace rilo {
 
+// The cases of TimelineSettingsError.
+enum class TimelineSettingsErrorCase {
+    unknownKey,
+    invalidValue,
+    webcamUnavailable,
+};
+
 // A setting of the settings vocabulary that cannot be applied. The texts name
 // the key, never the value.
-class TimelineSettingsError : public LocalizedError {
+class TimelineSettingsError : public CaseError<TimelineSettingsErrorCase> {
 public:
-    enum class Case {
-        unknownKey,
-        invalidValue,
-        webcamUnavailable,
-    };
-
     static TimelineSettingsError unknownKey(const std::string& key) {
         return {Case::unknownKey, key, "不支持设置项：" + key};
     }
@@ -27,17 +28,14 @@ public:
         return {Case::webcamUnavailable, {}, "当前项目没有摄像头轨道。"};
     }
 
-    Case errorCase() const noexcept { return case_; }
     // The refused key; empty for webcamUnavailable.
     const std::string& key() const noexcept { return key_; }
 
 private:
     TimelineSettingsError(Case errorCase, std::string key, const std::string& message)
-        : LocalizedError(message)
-        , case_(errorCase)
+        : CaseError(errorCase, message)
         , key_(std::move(key)) {}
 
-    Case case_;
     std::string key_;
 };
 

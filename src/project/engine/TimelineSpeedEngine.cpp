@@ -54,23 +54,23 @@ void appendChangedPieces(std::vector<TimelineSegment>& result, const TimelineSeg
 EditTimeline settingRate(TimelinePlaybackRate rate, const ProjectTimeRange& sourceRange,
                          const EditTimeline& timeline, ProjectTime sourceDuration) {
     if (!rate.isValid()) {
-        throw TimelineSpeedError::invalidRate();
+        throw TimelineSpeedError(TimelineSpeedError::Case::invalidRate);
     }
     const ProjectTimeRange range = snappedRange(sourceRange);
     if (range.duration < minimum || range.start < ProjectTime::zero() || range.end() > sourceDuration) {
-        throw TimelineSpeedError::invalidRange();
+        throw TimelineSpeedError(TimelineSpeedError::Case::invalidRange);
     }
 
     const TimelineMapper mapper(timeline, sourceDuration);
     if (!mapper.retainsEntireSourceRange(range)) {
-        throw TimelineSpeedError::rangeOutsideRetainedContent();
+        throw TimelineSpeedError(TimelineSpeedError::Case::rangeOutsideRetainedContent);
     }
     const bool changesSomething =
         std::any_of(timeline.segments.begin(), timeline.segments.end(), [&](const TimelineSegment& segment) {
             return segment.sourceRange.intersection(range) && segment.playbackRate != rate;
         });
     if (!changesSomething) {
-        throw TimelineSpeedError::noChange();
+        throw TimelineSpeedError(TimelineSpeedError::Case::noChange);
     }
 
     EditTimeline result = timeline;
@@ -103,11 +103,11 @@ std::vector<TimelineSpeedChange> normalized(const std::vector<TimelineSpeedChang
     snapped.reserve(changes.size());
     for (const TimelineSpeedChange& change : changes) {
         if (!change.rate.isValid()) {
-            throw TimelineSpeedError::invalidRate();
+            throw TimelineSpeedError(TimelineSpeedError::Case::invalidRate);
         }
         const ProjectTimeRange range = snappedRange(change.range);
         if (range.duration < minimum) {
-            throw TimelineSpeedError::invalidRange();
+            throw TimelineSpeedError(TimelineSpeedError::Case::invalidRange);
         }
         snapped.push_back({range, change.rate});
     }
@@ -129,7 +129,7 @@ std::vector<TimelineSpeedChange> normalized(const std::vector<TimelineSpeedChang
         const ProjectTime lastEnd = last.range.end();
         const bool otherRate = change.rate != last.rate;
         if (change.range.start < lastEnd && otherRate) {
-            throw TimelineSpeedError::conflictingRanges();
+            throw TimelineSpeedError(TimelineSpeedError::Case::conflictingRanges);
         }
         if (otherRate || change.range.start > lastEnd) {
             result.push_back(change);

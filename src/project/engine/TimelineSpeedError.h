@@ -6,32 +6,22 @@
 
 namespace rilo {
 
+// The cases of TimelineSpeedError.
+enum class TimelineSpeedErrorCase {
+    invalidRate,
+    invalidRange,
+    rangeOutsideRetainedContent,
+    conflictingRanges,
+    noChange,
+};
+
 // Failures of a playback rate change over a source range.
-class TimelineSpeedError : public LocalizedError {
+class TimelineSpeedError : public CaseError<TimelineSpeedErrorCase> {
 public:
-    enum class Case {
-        invalidRate,
-        invalidRange,
-        rangeOutsideRetainedContent,
-        conflictingRanges,
-        noChange,
-    };
-
-    static TimelineSpeedError invalidRate() { return TimelineSpeedError(Case::invalidRate); }
-    static TimelineSpeedError invalidRange() { return TimelineSpeedError(Case::invalidRange); }
-    static TimelineSpeedError rangeOutsideRetainedContent() {
-        return TimelineSpeedError(Case::rangeOutsideRetainedContent);
-    }
-    static TimelineSpeedError conflictingRanges() { return TimelineSpeedError(Case::conflictingRanges); }
-    static TimelineSpeedError noChange() { return TimelineSpeedError(Case::noChange); }
-
-    Case errorCase() const noexcept { return case_; }
+    explicit TimelineSpeedError(Case errorCase)
+        : CaseError(errorCase, messageFor(errorCase)) {}
 
 private:
-    explicit TimelineSpeedError(Case errorCase)
-        : LocalizedError(messageFor(errorCase))
-        , case_(errorCase) {}
-
     static std::string messageFor(Case errorCase) {
         switch (errorCase) {
         case Case::invalidRate:
@@ -47,8 +37,6 @@ private:
         }
         return "变速区间无效或短于一个源视频帧。";
     }
-
-    Case case_;
 };
 
 } // namespace rilo

@@ -177,10 +177,10 @@ EditTimeline resizeWebcamGlobally(const EditTimeline& timeline, ProjectTime time
 EditTimeline upsertWebcamKeyframe(const EditTimeline& timeline, ProjectTime time, PointValue center,
                                   double diameter, ProjectTime sourceDuration, double outputAspectRatio) {
     if (time < ProjectTime::zero() || time >= sourceDuration) {
-        throw TimelineEffectError::keyframeOutsideSource();
+        throw TimelineEffectError(TimelineEffectError::Case::keyframeOutsideSource);
     }
     if (!timeline.webcamOverlay || !isFinite(center) || !std::isfinite(diameter)) {
-        throw TimelineEffectError::keyframeInvalid();
+        throw TimelineEffectError(TimelineEffectError::Case::keyframeInvalid);
     }
     // On the grid, so that placements made in the same frame meet in one
     // keyframe; the last frame before the end rounds down instead of out.

@@ -7,19 +7,20 @@
 
 namespace rilo {
 
-// Failures of the project library and its commits.
-class ProjectStoreError : public LocalizedError {
-public:
-    enum class Case {
-        projectNotFound,
-        ambiguousProjectPrefix,
-        timelineDigestConflict,
-        historyNotFound,
-        captionsDigestConflict,
-        invalidProjectLocation,
-        timelineLockUnavailable,
-    };
+// The cases of ProjectStoreError.
+enum class ProjectStoreErrorCase {
+    projectNotFound,
+    ambiguousProjectPrefix,
+    timelineDigestConflict,
+    historyNotFound,
+    captionsDigestConflict,
+    invalidProjectLocation,
+    timelineLockUnavailable,
+};
 
+// Failures of the project library and its commits.
+class ProjectStoreError : public CaseError<ProjectStoreErrorCase> {
+public:
     static ProjectStoreError projectNotFound(const std::string& prefix) {
         return {Case::projectNotFound, "找不到项目：" + prefix};
     }
@@ -42,7 +43,6 @@ public:
         return {Case::timelineLockUnavailable, "无法锁定Timeline提交。"};
     }
 
-    Case errorCase() const noexcept { return case_; }
     // The digests of a conflict: what the caller expected and what is on disk.
     const std::string& expectedDigest() const noexcept { return expected_; }
     const std::string& actualDigest() const noexcept { return actual_; }
@@ -50,12 +50,10 @@ public:
 private:
     ProjectStoreError(Case errorCase, const std::string& message, std::string expected = {},
                       std::string actual = {})
-        : LocalizedError(message)
-        , case_(errorCase)
+        : CaseError(errorCase, message)
         , expected_(std::move(expected))
         , actual_(std::move(actual)) {}
 
-    Case case_;
     std::string expected_;
     std::string actual_;
 };

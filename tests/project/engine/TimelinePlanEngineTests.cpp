@@ -67,7 +67,7 @@ TimelinePlanError planErrorOf(const TimelineEditPlan& plan, const EditTimeline& 
         return error;
     }
     ADD_FAILURE() << "the plan did not fail with TimelinePlanError";
-    return TimelinePlanError::empty();
+    return TimelinePlanError(TimelinePlanError::Case::empty);
 }
 
 void expectZoomTimes(const ZoomSegment& zoom, std::int64_t start, std::int64_t focus, std::int64_t holdEnd,

@@ -234,7 +234,7 @@ TEST(TimelineValidatorSegments, RangesLieInsideTheSourceLastOneFrameAndPlayAtAVa
     EXPECT_EQ(error->id(), twoFaults.segments[1].id);
 }
 
-TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
+TEST(TimelineValidatorSegments, SequenceLengthsFitIn64BitsAndSegmentsFollowInSourceOrder) {
     EXPECT_EQ(failure(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max}),
               Case::sequenceDurationOverflow);
 
@@ -246,9 +246,7 @@ TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
     ASSERT_TRUE(total.has_value());
     EXPECT_EQ(total->errorCase(), Case::sequenceDurationOverflow);
     EXPECT_EQ(total->id(), normal.id);
-}
 
-TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
     const TimelineSegment first = segment(0, 2'000'000'000);
     EXPECT_EQ(failure(timelineOf({first, segment(2'000'000'000, 1'000'000'000)})), std::nullopt);
 
@@ -281,7 +279,7 @@ TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
               std::nullopt);
 }
 
-TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
+TEST(TimelineValidatorAnnotations, OutOfLimitTimesStylesGeometryIdsAndLayersFail) {
     const struct {
         std::string name;
         AnnotationKind kind;
@@ -315,9 +313,7 @@ TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
         EXPECT_EQ(error->errorCase(), Case::invalidAnnotation);
         EXPECT_EQ(error->id(), spoiled.id);
     }
-}
 
-TEST(TimelineValidatorAnnotations, IdsAndLayersAreUnique) {
     const AnnotationElement first = rectangle(0);
     AnnotationElement sameID = rectangle(1, 2'000'000'000, 3'000'000'000);
     sameID.id = first.id;

@@ -259,7 +259,7 @@ TEST(TimelineEditRemoveTests, CutsSplitSegmentsAndPassTheIdOn) {
     EXPECT_EQ(removing({between(ms(1'503), ms(3'502))})(f.timeline).segments[1].id, f.b.id);
 }
 
-TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDo) {
+TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDoAndPassesValidationErrorsOn) {
     const ThreeSegments f;
     const Uuid unknown = Uuid::random();
     const TimelineSegment only = segment(ms(1'000), ms(2'000));
@@ -308,9 +308,7 @@ TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDo) {
         SCOPED_TRACE(index);
         expectEditError(rows[index].timeline, rows[index].expected, rows[index].edit);
     }
-}
 
-TEST(TimelineEditRefusals, ValidationErrorsPassUnchanged) {
     // An invalid input fails its own validation first.
     EXPECT_THROW(splitAt(ms(0))(EditTimeline::empty()), TimelineValidationError);
     // What is left of a 2x segment is one source frame, half a frame of output.

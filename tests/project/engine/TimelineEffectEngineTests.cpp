@@ -68,7 +68,7 @@ const ZoomSegment& zoomWithID(const EditTimeline& timeline, const Uuid& id) {
 
 // ---- Building and adding zooms ----
 
-TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
+TEST(TimelineEffectZoomBuilding, SnapsTheRangeFitsRiseAndFallAndRefusesRangesOutsideTheSource) {
     // 1,004 ms snaps back to frame 60, 3,010 ms on to frame 181.
     const ZoomSegment zoom = Effects::normalizedZoom(between(ms(1004), ms(3010)), {0.1, 0.9}, 2, tenSeconds,
                                                      riseNanoseconds, fallNanoseconds);
@@ -91,9 +91,7 @@ TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
         EXPECT_EQ(riseOf(built), row.expectedRise) << row.lengthMilliseconds;
         EXPECT_EQ(fallOf(built), row.expectedFall) << row.lengthMilliseconds;
     }
-}
 
-TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFrame) {
     const auto build = [](ProjectTimeRange range, double scale = 2) {
         return failureOf([&] {
             Effects::normalizedZoom(range, {0.5, 0.5}, scale, tenSeconds, riseNanoseconds, fallNanoseconds);

@@ -124,7 +124,7 @@ TEST(TimelinePlanEngineTest, PlanNeedsBetweenOneAndFiveHundredOperations) {
 // ---------------------------------------------------------------------------
 // Cuts
 
-TEST(TimelinePlanEngineTest, CutsAreMergedAndRemoved) {
+TEST(TimelinePlanEngineTest, CutsAreMergedAndRemovedButNotInsideRemovedContent) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     const TimelinePlanResult result =
         applyPlan(cutting({span(9'000, 10'000), span(2'000, 3'000), span(2'500, 4'000)}), timeline);
@@ -134,15 +134,13 @@ TEST(TimelinePlanEngineTest, CutsAreMergedAndRemoved) {
     EXPECT_EQ(result.timeline.segments[0].sourceRange, span(0, 2'000));
     EXPECT_EQ(result.timeline.segments[1].sourceRange, span(4'000, 9'000));
     EXPECT_EQ(result.timeline.segments[2].sourceRange, span(10'000, 20'000));
-}
 
-TEST(TimelinePlanEngineTest, CutInsideRemovedContentIsRefused) {
-    const EditTimeline timeline = timelineOf({segment(0, 5'000), segment(10'000, 20'000)});
-    const TimelinePlanError error = planErrorOf(cutting({span(6'000, 8'000)}), timeline);
+    // A cut inside removed content is refused; one that reaches into retained
+    // content is fine.
+    const EditTimeline withGap = timelineOf({segment(0, 5'000), segment(10'000, 20'000)});
+    const TimelinePlanError error = planErrorOf(cutting({span(6'000, 8'000)}), withGap);
     EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::cutOutsideRetainedContent);
-
-    // A cut that reaches into retained content is fine.
-    const TimelinePlanResult partly = applyPlan(cutting({span(6'000, 11'000)}), timeline);
+    const TimelinePlanResult partly = applyPlan(cutting({span(6'000, 11'000)}), withGap);
     ASSERT_EQ(partly.timeline.segments.size(), 2u);
     EXPECT_EQ(partly.timeline.segments[1].sourceRange, span(11'000, 20'000));
 }

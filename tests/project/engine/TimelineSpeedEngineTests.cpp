@@ -227,7 +227,7 @@ TEST(TimelineSpeedNormalizationTests, ChecksEachChangeInTheOrderGiven) {
 // ---------------------------------------------------------------------------
 // Applying a batch
 
-TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrder) {
+TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrderOrDiscardsTheBatch) {
     const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
     const TimelineSpeedResult result =
         TimelineSpeedEngine::applying({change(ms(6'000), ms(7'000), 500), change(ms(1'000), ms(3'000), 2000),
@@ -243,19 +243,18 @@ TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrder) {
                                   {between(ms(6'000), ms(7'000)), 500},
                                   {between(ms(7'000), sourceDuration), 1000}}));
     EXPECT_EQ(result.timeline.segments[0].id, timeline.segments[0].id);
-}
 
-TEST(TimelineSpeedApplyingTests, AnyFailingChangeDiscardsTheBatch) {
-    const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
+    // Any failing change discards the batch.
+    const EditTimeline withCut = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
     const auto applying = [](std::vector<TimelineSpeedChange> changes) {
         return
             [changes](const EditTimeline& t) { TimelineSpeedEngine::applying(changes, t, sourceDuration); };
     };
     // The second change already has its rate.
-    expectSpeedError(timeline, Case::noChange,
+    expectSpeedError(withCut, Case::noChange,
                      applying({change(ms(0), ms(1'000), 2000), change(ms(6'000), ms(7'000), 1000)}));
     // The second change spans the cut.
-    expectSpeedError(timeline, Case::rangeOutsideRetainedContent,
+    expectSpeedError(withCut, Case::rangeOutsideRetainedContent,
                      applying({change(ms(0), ms(1'000), 2000), change(ms(3'000), ms(6'000), 1500)}));
 }
 

@@ -109,7 +109,7 @@ TEST(TimelineEffectZoomBuilding, SnapsTheRangeFitsRiseAndFallAndRefusesRangesOut
     EXPECT_EQ(build(between(ms(0), ms(1000)), NAN), Case::zoomRangeInvalid);
 }
 
-TEST(TimelineEffectZoomList, AddsInStartOrderAndRemovesByIndexInStartOrderByIdOrAll) {
+TEST(TimelineEffectZoomList, AddsInStartOrderRemovesByIndexIdOrAllAndReplacesSorted) {
     EditTimeline timeline = withZoomsAt({{6000, 7000}, {1000, 2000}, {2000, 3000}});
     ASSERT_EQ(timeline.zooms.size(), 3u);
     EXPECT_EQ(timeline.zooms[0].startTime, ms(1000));
@@ -129,14 +129,13 @@ TEST(TimelineEffectZoomList, AddsInStartOrderAndRemovesByIndexInStartOrderByIdOr
     const EditTimeline byId = Effects::removeZoom(timeline, timeline.zooms[1].id, tenSeconds);
     EXPECT_EQ(byId.zooms, (std::vector<ZoomSegment>{timeline.zooms[2], timeline.zooms[0]}));
     EXPECT_TRUE(Effects::removeAllZooms(timeline, tenSeconds).zooms.empty());
-}
 
-TEST(TimelineEffectZoomRemoval, ReplacingSortsAndValidates) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
+    // Replacing sorts and validates.
+    const EditTimeline single = withZoomsAt({{1000, 2000}});
     std::vector<ZoomSegment> replacement = withZoomsAt({{3000, 4000}, {500, 1500}}).zooms;
     std::reverse(replacement.begin(), replacement.end());
 
-    const EditTimeline replaced = Effects::replaceZooms(timeline, replacement, tenSeconds);
+    const EditTimeline replaced = Effects::replaceZooms(single, replacement, tenSeconds);
     ASSERT_EQ(replaced.zooms.size(), 2u);
     EXPECT_EQ(replaced.zooms[0].startTime, ms(500));
     EXPECT_EQ(replaced.zooms[1].startTime, ms(3000));
@@ -144,7 +143,7 @@ TEST(TimelineEffectZoomRemoval, ReplacingSortsAndValidates) {
     std::vector<ZoomSegment> colliding = replacement;
     colliding.push_back(colliding.front());
     colliding.back().id = Uuid::random();
-    expectFailure(timeline, Case::zoomOverlap,
+    expectFailure(single, Case::zoomOverlap,
                   [&](const EditTimeline& t) { return Effects::replaceZooms(t, colliding, tenSeconds); });
 }
 

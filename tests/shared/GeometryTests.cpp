@@ -17,7 +17,7 @@ void expectSize(const PixelSize& size, std::int64_t width, std::int64_t height) 
     EXPECT_EQ(size.height, height);
 }
 
-TEST(PixelSizeTest, NormalisesToEvenEdgesOfAtLeastTwoAndOnlyEverScalesDown) {
+TEST(PixelSizeTest, NormalisesToEvenEdgesScalesDownAndHasAPiecewiseLinearBitRate) {
     expectSize(PixelSize(1921, 1081), 1920, 1080);
     expectSize(PixelSize(1, -5), 2, 2);
     expectSize(PixelSize(0, 3), 2, 2);
@@ -25,9 +25,7 @@ TEST(PixelSizeTest, NormalisesToEvenEdgesOfAtLeastTwoAndOnlyEverScalesDown) {
     expectSize(PixelSize::constrained(3840, 2160, 8000), 3840, 2160);
     expectSize(PixelSize::constrained(1080, 1920, 960), 540, 960);
     expectSize(PixelSize::constrained(2560, 1600, 1366), 1366, 852);
-}
 
-TEST(PixelSizeTest, RecommendedBitRateIsPiecewiseLinear) {
     EXPECT_EQ(PixelSize(1280, 720).recommendedBitRate(), 12'000'000);
     EXPECT_EQ(PixelSize(2560, 1440).recommendedBitRate(), 24'000'000);
     EXPECT_EQ(PixelSize(7680, 4320).recommendedBitRate(), 50'000'000);

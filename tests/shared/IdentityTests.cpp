@@ -16,7 +16,7 @@ constexpr const char* sampleUuid = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 
 // Uuid
 
-TEST(UuidTest, ParsesEitherCaseAndWritesUpperCaseAlsoInJson) {
+TEST(UuidTest, ParsesEitherCaseWritesUpperCaseAndRefusesMalformedText) {
     const auto lower = Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f");
     ASSERT_TRUE(lower.has_value());
     EXPECT_EQ(Uuid::parse(sampleUuid), lower);
@@ -26,9 +26,7 @@ TEST(UuidTest, ParsesEitherCaseAndWritesUpperCaseAlsoInJson) {
     EXPECT_EQ(json::encodeDocument(*lower), std::string("\"") + sampleUuid + "\"");
     EXPECT_EQ(json::decodeDocument<Uuid>("\"e621e1f8-c36c-495a-93fc-0c247a3e6e5f\""), lower);
     EXPECT_THROW(json::decodeDocument<Uuid>("42"), json::DecodingError);
-}
 
-TEST(UuidTest, RefusesMalformedText) {
     for (const char* text :
          {"", "E621E1F8-C36C-495A-93FC-0C247A3E6E5", "E621E1F8-C36C-495A-93FC-0C247A3E6E5F0",
           "E621E1F8C36C495A93FC0C247A3E6E5F", "E621E1F8-C36C-495A-93FC0-C247A3E6E5F",
@@ -51,7 +49,7 @@ TEST(UuidTest, RandomIdentifiersAreVersionFourAndDistinct) {
 
 // IsoDate
 
-TEST(IsoDateTest, FormatsAndParsesUtcAtSecondPrecision) {
+TEST(IsoDateTest, FormatsAndParsesUtcAtSecondPrecisionOnly) {
     EXPECT_EQ(IsoDate{-1}.string(), "1969-12-31T23:59:59Z");
     EXPECT_EQ(IsoDate{1'709'251'199}.string(), "2024-02-29T23:59:59Z");
     EXPECT_EQ(json::encodeDocument(IsoDate{1'772'439'330}), "\"2026-03-02T08:15:30Z\"");
@@ -63,9 +61,7 @@ TEST(IsoDateTest, FormatsAndParsesUtcAtSecondPrecision) {
         EXPECT_EQ(json::decodeDocument<IsoDate>(json::encodeDocument(date)), date);
     }
     EXPECT_THROW(json::decodeDocument<IsoDate>("1772439330"), json::DecodingError);
-}
 
-TEST(IsoDateTest, RefusesInvalidDatesAndOtherPrecisions) {
     for (const char* text :
          {"", "2026-02-30T00:00:00Z", "2025-02-29T00:00:00Z", "2026-13-01T00:00:00Z", "2026-00-10T00:00:00Z",
           "2026-03-02T24:00:00Z", "2026-03-02T23:60:00Z", "2026-03-02T23:59:60Z", "2026-03-02T08:15:30.5Z",

@@ -122,14 +122,12 @@ TEST(JsonWriterTest, ChunkStyleIsCompactWithKeysSortedByTheirBytes) {
     EXPECT_EQ(json::write(keys, JsonStyle::chunk), R"({"10":0,"9":0,"B":0,"_":0,"a":0,"aa":0,"b":0,"é":0})");
 }
 
-TEST(JsonWriterTest, SlashesAreEscapedExceptInCommandLineResponses) {
+TEST(JsonWriterTest, SlashesAndControlCharactersAreEscapedAndTheRestIsUtf8) {
     const Json value = {{"path", "/tmp/a b/c.mov"}};
     EXPECT_EQ(json::write(value, JsonStyle::document), "{\n  \"path\" : \"\\/tmp\\/a b\\/c.mov\"\n}");
     EXPECT_EQ(json::write(value, JsonStyle::commandLine), "{\n  \"path\" : \"/tmp/a b/c.mov\"\n}");
     EXPECT_EQ(json::write(Json{{"a/b", 1}}, JsonStyle::chunk), R"({"a\/b":1})");
-}
 
-TEST(JsonWriterTest, TextIsWrittenAsUtf8WithControlCharactersEscaped) {
     EXPECT_EQ(json::write(Json("播放倍率 🎬"), JsonStyle::chunk), "\"播放倍率 🎬\"");
     EXPECT_EQ(json::write(Json("q\"b\\"), JsonStyle::chunk), R"("q\"b\\")");
     EXPECT_EQ(json::write(Json("\n\t\r\b\f"), JsonStyle::chunk), R"("\n\t\r\b\f")");
@@ -137,7 +135,7 @@ TEST(JsonWriterTest, TextIsWrittenAsUtf8WithControlCharactersEscaped) {
     EXPECT_EQ(json::write(Json(std::string("a\0b", 3)), JsonStyle::chunk), R"("a\u0000b")");
 }
 
-TEST(JsonWriterTest, NumbersUseTheShortestExactForm) {
+TEST(JsonWriterTest, NumbersUseTheShortestExactFormAndMustBeFinite) {
     EXPECT_EQ(written(1.0), "1");
     EXPECT_EQ(written(0.1 + 0.2), "0.30000000000000004");
     EXPECT_EQ(written(12000000.0), "12000000");
@@ -150,9 +148,7 @@ TEST(JsonWriterTest, NumbersUseTheShortestExactForm) {
     }
     EXPECT_EQ(json::write(Json(std::numeric_limits<std::int64_t>::min()), JsonStyle::chunk),
               "-9223372036854775808");
-}
 
-TEST(JsonWriterTest, NonFiniteNumbersAreRefused) {
     EXPECT_THROW(json::write(Json(std::nan("")), JsonStyle::document), json::EncodingError);
     const Json nested = {{"a", Json::array({1, -std::numeric_limits<double>::infinity()})}};
     EXPECT_THROW(json::write(nested, JsonStyle::commandLine), json::EncodingError);
@@ -188,7 +184,7 @@ TEST(ObjectReaderTest, MissingKeysNameTheirPathAndNullCountsAsMissing) {
     EXPECT_EQ(present.basket.weight, 0.0);
 }
 
-TEST(ObjectReaderTest, IntegersMustBeWholeAndInRange) {
+TEST(ObjectReaderTest, IntegersMustBeWholeAndInRangeAndOtherTypesAndWordsMatch) {
     EXPECT_EQ(json::decode<std::int32_t>(json::parse("3.0")), 3);
     EXPECT_EQ(json::decode<std::int64_t>(json::parse("-9223372036854775808")),
               std::numeric_limits<std::int64_t>::min());
@@ -204,9 +200,7 @@ TEST(ObjectReaderTest, IntegersMustBeWholeAndInRange) {
     EXPECT_THROW(json::decode<std::uint64_t>(json::parse("-1")), json::DecodingError);
     EXPECT_EQ(decodingMessage(R"({"basket":{"count":3.5,"fruit":"apple"}})"),
               "类型不符：basket.count应为整数");
-}
 
-TEST(ObjectReaderTest, WrongTypesAndUnknownWordsAreRefused) {
     EXPECT_THROW(json::decode<double>(json::parse("\"1.5\"")), json::DecodingError);
     EXPECT_THROW(json::decode<bool>(json::parse("1")), json::DecodingError);
     EXPECT_EQ(json::decode<double>(json::parse("15")), 15.0);

@@ -63,7 +63,7 @@ TEST(ProjectTimeTest, JsonIsAnObjectWithNanoseconds) {
 
 // ProjectTimeRange
 
-TEST(ProjectTimeRangeTest, IsHalfOpenAndIntersectsOnlyWhenOverlapping) {
+TEST(ProjectTimeRangeTest, IsHalfOpenIntersectsWhenOverlappingAndCodesStartAndDuration) {
     const ProjectTimeRange r = range(1'000, 500);
     EXPECT_EQ(r.end(), ns(1'500));
     EXPECT_TRUE(r.contains(ns(1'000)));
@@ -77,20 +77,18 @@ TEST(ProjectTimeRangeTest, IsHalfOpenAndIntersectsOnlyWhenOverlapping) {
     EXPECT_EQ(range(0, 1'000).intersection(range(400, 1'000)), range(400, 600));
     EXPECT_EQ(range(0, 10'000).intersection(range(2'000, 3'000)), range(2'000, 3'000));
     EXPECT_EQ(ProjectTimeRange::fromStartEnd(ns(200), ns(700)), range(200, 500));
-}
 
-TEST(ProjectTimeRangeTest, JsonRequiresStartAndDuration) {
-    const ProjectTimeRange r = range(5, -3);
-    EXPECT_EQ(json::encodeDocument(r, json::JsonStyle::chunk),
+    const ProjectTimeRange reversed = range(5, -3);
+    EXPECT_EQ(json::encodeDocument(reversed, json::JsonStyle::chunk),
               R"({"duration":{"nanoseconds":-3},"start":{"nanoseconds":5}})");
-    EXPECT_EQ(json::decodeDocument<ProjectTimeRange>(json::encodeDocument(r)), r);
+    EXPECT_EQ(json::decodeDocument<ProjectTimeRange>(json::encodeDocument(reversed)), reversed);
     EXPECT_THROW(json::decodeDocument<ProjectTimeRange>(R"({"start":{"nanoseconds":5}})"),
                  json::DecodingError);
 }
 
 // TimelinePlaybackRate
 
-TEST(TimelinePlaybackRateTest, FromMultiplierTakesWholeThousandthsOfFiniteValuesOnly) {
+TEST(TimelinePlaybackRateTest, TakesWholeThousandthsOfFiniteMultipliersInTheValidRange) {
     EXPECT_EQ(TimelinePlaybackRate::fromMultiplier(1.005)->permille, 1005);
     EXPECT_EQ(TimelinePlaybackRate::fromMultiplier(0.57)->permille, 570);
     EXPECT_EQ(TimelinePlaybackRate::fromMultiplier(-1.5)->permille, -1500);
@@ -99,9 +97,7 @@ TEST(TimelinePlaybackRateTest, FromMultiplierTakesWholeThousandthsOfFiniteValues
          {1.0005, std::nan(""), std::numeric_limits<double>::infinity(), -1e300, 9223372036854775.808}) {
         EXPECT_EQ(TimelinePlaybackRate::fromMultiplier(refused), std::nullopt) << refused;
     }
-}
 
-TEST(TimelinePlaybackRateTest, JsonIsTheMultiplierWithinTheValidRange) {
     EXPECT_EQ(json::encodeDocument(TimelinePlaybackRate::normal()), "1");
     EXPECT_EQ(json::encodeDocument(TimelinePlaybackRate{1250}), "1.25");
     for (std::int64_t permille = 500; permille <= 4000; permille += 10) {
@@ -124,14 +120,12 @@ TEST(TimelinePlaybackRateTest, JsonIsTheMultiplierWithinTheValidRange) {
 
 // TimelineFrameGrid
 
-TEST(TimelineFrameGridTest, BoundariesAreTruncatedSixtiethsOfASecond) {
+TEST(TimelineFrameGridTest, BoundariesAreTruncatedSixtiethsAndTimesRoundToThem) {
     EXPECT_EQ(grid::boundaryForFrame(1), ns(16'666'666));
     EXPECT_EQ(grid::boundaryForFrame(60), ns(1'000'000'000));
     EXPECT_EQ(grid::boundaryForFrame(-1), ns(-16'666'666));
     EXPECT_EQ(grid::minimumDuration, grid::boundaryForFrame(1));
-}
 
-TEST(TimelineFrameGridTest, RoundingToTheGrid) {
     const struct {
         std::int64_t time;
         std::int64_t floor;

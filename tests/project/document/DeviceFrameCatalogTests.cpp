@@ -71,16 +71,6 @@ TEST(DeviceFrameCatalogTests, BuildResourcesHoldTheShippedCatalogWithEveryPictur
     EXPECT_EQ(catalog, shippedCatalog());
 }
 
-TEST(DeviceFrameCatalogTests, CommonRecordingSizesGetTheDefaultAssetOfThatScreen) {
-    const auto catalog = shippedCatalog();
-    // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
-    // still find the device.
-    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1179, 2556)), "phone-6-1-black");
-    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1920, 1080)), "phone-5-5-16x9-black");
-    EXPECT_EQ(catalog.defaultAssetID(PixelSize(2388, 1668)), "tablet-11-gray");
-    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1080, 1080)), std::nullopt);
-}
-
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
     DeviceFrameCatalog catalog;
     catalog.devices = {device("half", 1, 1000, 2000)};
@@ -115,8 +105,14 @@ TEST(DeviceFrameCatalogTests, BetterFitsComeFirstAndEqualFitsFollowPriorityThenI
     EXPECT_EQ(catalog.defaultAssetID(PixelSize(4000, 2000)), "exact-first-black");
 }
 
-TEST(DeviceFrameCatalogTests, AssetIDsResolveToTheirDeviceAndVariant) {
+TEST(DeviceFrameCatalogTests, CommonSizesGetTheDefaultAssetOfTheirScreenAndAssetIDsResolve) {
     const auto catalog = shippedCatalog();
+    // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
+    // still find the device.
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1179, 2556)), "phone-6-1-black");
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1920, 1080)), "phone-5-5-16x9-black");
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(2388, 1668)), "tablet-11-gray");
+    EXPECT_EQ(catalog.defaultAssetID(PixelSize(1080, 1080)), std::nullopt);
     const auto blue = catalog.descriptor("phone-6-1-blue");
     ASSERT_TRUE(blue.has_value());
     EXPECT_EQ(blue->descriptor.id, "phone-6-1");
@@ -182,14 +178,13 @@ protected:
     }
 };
 
-TEST_F(DeviceFrameCatalogLoadingTests, AMissingCatalogIsReportedAsSuch) {
+TEST_F(DeviceFrameCatalogLoadingTests, MissingUndecodableOrInvalidCatalogsAreReportedAsSuch) {
     EXPECT_EQ(caseOfLoading(resources.path()), Case::missingCatalog);
     // A directory of that name is not a catalog.
     fs::create_directories(resources.path() / "DeviceFrames/catalog.json");
     EXPECT_EQ(caseOfLoading(resources.path()), Case::missingCatalog);
-}
+    fs::remove(resources.path() / "DeviceFrames/catalog.json");
 
-TEST_F(DeviceFrameCatalogLoadingTests, UndecodableOrInvalidCatalogsAreInvalid) {
     for (const std::string bytes : {"not json", R"({"schemaVersion": 1})"}) {
         SCOPED_TRACE(bytes);
         writeCatalog("DeviceFrames/catalog.json", bytes);

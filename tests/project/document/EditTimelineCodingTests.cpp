@@ -85,7 +85,7 @@ TEST(EditTimelineCoding, MissingKeysTakeTheirDefaultsAndMissingIdsAreFresh) {
     EXPECT_NE(timeline.webcamFullscreenSegments[0].id, again.webcamFullscreenSegments[0].id);
 }
 
-TEST(EditTimelineCoding, ClickEffectStyleAcceptsTheOlderWordWithoutWritingIt) {
+TEST(EditTimelineCoding, OlderClickWordIsReadNotWrittenAndRatesOffTheStepFail) {
     CursorEdit cursor;
     cursor.clickEffectStyle =
         decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle;
@@ -97,9 +97,7 @@ TEST(EditTimelineCoding, ClickEffectStyleAcceptsTheOlderWordWithoutWritingIt) {
     } catch (const DecodingError& error) {
         EXPECT_STREQ(error.what(), "Unsupported click effect style: sparkle");
     }
-}
 
-TEST(EditTimelineCoding, PlaybackRateOffTheStepFailsWithTheRateMessage) {
     try {
         decodeTimeline(R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566",
             "sourceRange": {"start": {"nanoseconds": 0}, "duration": {"nanoseconds": 5}},
@@ -130,7 +128,7 @@ TEST(EditTimelineCoding, LegacyWebcamShapeDecidesRadiusWhenAspectRatioIsMissing)
               20);
 }
 
-TEST(EditTimelineCoding, EncodingIsStableAndLeavesOutEmptyOptionals) {
+TEST(EditTimelineCoding, EncodingIsStableLeavesOutEmptyOptionalsAndKeepsNewerSchemas) {
     const EditTimeline full = fullTimeline();
     const std::string bytes = json::encodeDocument(full);
     const EditTimeline decoded = decodeTimeline(bytes);
@@ -146,9 +144,7 @@ TEST(EditTimelineCoding, EncodingIsStableAndLeavesOutEmptyOptionals) {
     CanvasBackgroundImage image = *full.canvas.image;
     image.selectionID.reset();
     EXPECT_FALSE(json::encode(image).contains("selectionID"));
-}
 
-TEST(EditTimelineCoding, NewerSchemaDecodesAsItStands) {
     const EditTimeline timeline = decodeTimeline(R"({"schemaVersion": 42, "deviceFrame":
         {"isEnabled": false, "assetID": "ipad"}})");
     EXPECT_EQ(timeline.schemaVersion, 42);

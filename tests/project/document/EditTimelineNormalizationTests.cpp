@@ -47,7 +47,7 @@ TEST(EditTimelineNormalization, OnlyAnEmptyDocumentGetsOneWholeRangeSegment) {
     EXPECT_EQ(stored.normalized(ProjectTime::fromSeconds(30), false).segments, stored.segments);
 }
 
-TEST(EditTimelineNormalization, EachStoredSchemaLosesWhatItDidNotKnow) {
+TEST(EditTimelineNormalization, EachStoredSchemaLosesWhatItDidNotKnowAndNewerOnesStay) {
     struct Case {
         std::int64_t version;
         bool keepsFullscreenSegments;
@@ -70,10 +70,8 @@ TEST(EditTimelineNormalization, EachStoredSchemaLosesWhatItDidNotKnow) {
         EXPECT_EQ(timeline.annotations.size(), c.keepsAnnotations ? 1U : 0U);
         EXPECT_EQ(timeline.deviceFrame.has_value(), c.keepsDeviceFrame);
     }
-}
 
-// Nothing is dropped, but values are still made orderly.
-TEST(EditTimelineNormalization, NewerSchemaIsLeftAsItStands) {
+    // Nothing is dropped, but values are still made orderly.
     EditTimeline stored = timelineOfVersion(9);
     stored.canvas.padding = 0.5;
     const EditTimeline timeline = stored.normalized(tenSeconds, false);
@@ -150,7 +148,7 @@ TEST(EditTimelineNormalization, PresetOfTheOtherBackgroundFallsBackToTheDefault)
     }
 }
 
-TEST(EditTimelineNormalization, ValuesAreClampedToTheirRanges) {
+TEST(EditTimelineNormalization, ValuesAreClampedToTheirRangesIdempotently) {
     EditTimeline high = EditTimeline::empty();
     high.canvas.padding = 0.5;
     high.canvas.cornerRadius = 0.5;
@@ -171,9 +169,7 @@ TEST(EditTimelineNormalization, ValuesAreClampedToTheirRanges) {
     EXPECT_EQ(clampedLow.canvas.padding, 0);
     EXPECT_EQ(clampedLow.cursor.scale, 0.5);
     EXPECT_EQ(clampedLow.audioMix.microphone.gainDecibels, -60);
-}
 
-TEST(EditTimelineNormalization, IsIdempotent) {
     EditTimeline stored = timelineOfVersion(6);
     stored.segments.clear();
     stored.canvas.padding = 0.9;

@@ -81,15 +81,13 @@ TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
     }
 }
 
-TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlap) {
+TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlapAndTheirFocusIsConstrained) {
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
         timelineWithZooms({zoom(2 * oneSecond, 3 * oneSecond), zoom(oneSecond, 2 * oneSecond)}), tenSeconds));
     expectFailure(timelineWithZooms({zoom(oneSecond, 2 * oneSecond), zoom(2 * oneSecond - 1, 3 * oneSecond)}),
                   Case::zoomOverlap);
-}
 
-// All writers go through constrainedFocus; anything else is refused.
-TEST(TimelineEffectZooms, TheFocusMustBeExactlyItsConstrainedValue) {
+    // All writers go through constrainedFocus; anything else is refused.
     ZoomSegment atEdge = zoom(0, oneSecond, 2, {0, 0});
     EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
     atEdge.focusPoint.x = std::nextafter(0.25, 0.0);

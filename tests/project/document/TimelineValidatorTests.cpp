@@ -192,25 +192,37 @@ TEST(TimelineValidatorDeviceFrame, OnlyAssetsOfALoadedCatalogPass) {
     EXPECT_EQ(error->errorCase(), Case::invalidDeviceFrame);
 }
 
-TEST(TimelineValidatorSegments, TheRangeMustLieInsideTheSourceAndLastOneFrame) {
+// One 60 fps output frame is 16,666,666 ns; at 4.00x the rounded sequence
+// length of 66,666,662 ns reaches it and of 66,666,661 ns falls short.
+TEST(TimelineValidatorSegments, RangesLieInsideTheSourceLastOneFrameAndPlayAtAValidRate) {
     const std::int64_t oneFrame = TimelineFrameGrid::minimumDuration.nanoseconds;
     const struct {
         std::int64_t start;
         std::int64_t duration;
+        std::int64_t permille;
         std::optional<Case> expected;
     } examples[] = {
-        {0, oneFrame, std::nullopt},
-        {9'000'000'000, 1'000'000'000, std::nullopt},
-        {-1, 1'000'000'000, Case::rangeOutsideSource},
-        {0, 0, Case::rangeOutsideSource},
-        {9'000'000'000, 1'000'000'001, Case::rangeOutsideSource},
+        {0, oneFrame, 1000, std::nullopt},
+        {9'000'000'000, 1'000'000'000, 1000, std::nullopt},
+        {-1, 1'000'000'000, 1000, Case::rangeOutsideSource},
+        {0, 0, 1000, Case::rangeOutsideSource},
+        {9'000'000'000, 1'000'000'001, 1000, Case::rangeOutsideSource},
         // The end is past every representable time; no arithmetic may trap.
-        {1, int64Max, Case::rangeOutsideSource},
-        {0, oneFrame - 1, Case::segmentTooShort},
+        {1, int64Max, 1000, Case::rangeOutsideSource},
+        {0, oneFrame - 1, 1000, Case::segmentTooShort},
+        {0, 66'666'662, 4000, std::nullopt},
+        {0, 66'666'661, 4000, Case::sequenceSegmentTooShort},
+        // Whole hundredths from half to four times.
+        {0, tenSeconds.nanoseconds, 500, std::nullopt},
+        {0, tenSeconds.nanoseconds, 490, Case::invalidPlaybackRate},
+        {0, tenSeconds.nanoseconds, 1005, Case::invalidPlaybackRate},
+        {0, tenSeconds.nanoseconds, 4010, Case::invalidPlaybackRate},
     };
     for (const auto& example : examples) {
-        SCOPED_TRACE(::testing::Message() << example.start << " + " << example.duration);
-        EXPECT_EQ(failure(timelineOf({segment(example.start, example.duration)})), example.expected);
+        SCOPED_TRACE(::testing::Message()
+                     << example.start << " + " << example.duration << " at " << example.permille);
+        EXPECT_EQ(failure(timelineOf({segment(example.start, example.duration, example.permille)})),
+                  example.expected);
     }
 
     // The error names the first faulty segment.
@@ -222,23 +234,7 @@ TEST(TimelineValidatorSegments, TheRangeMustLieInsideTheSourceAndLastOneFrame) {
     EXPECT_EQ(error->id(), twoFaults.segments[1].id);
 }
 
-// One 60 fps output frame is 16,666,666 ns; at 4.00x the rounded sequence
-// length of 66,666,662 ns reaches it and of 66,666,661 ns falls short.
-TEST(TimelineValidatorSegments, ASpedUpSegmentMustLastOneOutputFrame) {
-    EXPECT_EQ(failure(timelineOf({segment(0, 66'666'662, 4000)})), std::nullopt);
-    EXPECT_EQ(failure(timelineOf({segment(0, 66'666'661, 4000)})), Case::sequenceSegmentTooShort);
-}
-
-TEST(TimelineValidatorSegments, RatesAreWholeHundredthsFromHalfToFourTimes) {
-    for (std::int64_t permille : {500, 4000, 490, 1005, 4010}) {
-        const bool valid = permille == 500 || permille == 4000;
-        EXPECT_EQ(failure(timelineOf({segment(0, tenSeconds.nanoseconds, permille)})),
-                  valid ? std::nullopt : std::optional(Case::invalidPlaybackRate))
-            << permille;
-    }
-}
-
-TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
+TEST(TimelineValidatorSegments, SequenceLengthsFitIn64BitsAndSegmentsFollowInSourceOrder) {
     EXPECT_EQ(failure(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max}),
               Case::sequenceDurationOverflow);
 
@@ -250,9 +246,7 @@ TEST(TimelineValidatorSegments, SequenceLengthsMustFitIn64Bits) {
     ASSERT_TRUE(total.has_value());
     EXPECT_EQ(total->errorCase(), Case::sequenceDurationOverflow);
     EXPECT_EQ(total->id(), normal.id);
-}
 
-TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
     const TimelineSegment first = segment(0, 2'000'000'000);
     EXPECT_EQ(failure(timelineOf({first, segment(2'000'000'000, 1'000'000'000)})), std::nullopt);
 
@@ -266,13 +260,6 @@ TEST(TimelineValidatorSegments, SegmentsFollowOneAnotherInSourceOrder) {
     ASSERT_TRUE(disorder.has_value());
     EXPECT_EQ(disorder->errorCase(), Case::segmentsOutOfOrder);
     EXPECT_EQ(disorder->id(), first.id);
-}
-
-// 501 copies of one annotation, each a duplicate of the first, fail on their
-// number before any single one is looked at.
-TEST(TimelineValidatorAnnotations, AtMost500) {
-    EXPECT_EQ(failure(timelineWithAnnotations(std::vector<AnnotationElement>(501, rectangle(0)))),
-              Case::tooManyAnnotations);
 }
 
 TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
@@ -292,7 +279,7 @@ TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
               std::nullopt);
 }
 
-TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
+TEST(TimelineValidatorAnnotations, OutOfLimitTimesStylesGeometryIdsAndLayersFail) {
     const struct {
         std::string name;
         AnnotationKind kind;
@@ -326,9 +313,7 @@ TEST(TimelineValidatorAnnotations, TimesStylesAndGeometryOutsideTheLimitsFail) {
         EXPECT_EQ(error->errorCase(), Case::invalidAnnotation);
         EXPECT_EQ(error->id(), spoiled.id);
     }
-}
 
-TEST(TimelineValidatorAnnotations, IdsAndLayersAreUnique) {
     const AnnotationElement first = rectangle(0);
     AnnotationElement sameID = rectangle(1, 2'000'000'000, 3'000'000'000);
     sameID.id = first.id;
@@ -341,7 +326,7 @@ TEST(TimelineValidatorAnnotations, IdsAndLayersAreUnique) {
     }
 }
 
-TEST(TimelineValidatorAnnotations, AtMostSixteenAreShownAtOnce) {
+TEST(TimelineValidatorAnnotations, AtMostSixteenAreShownAtOnceAndAtMost500Stored) {
     std::vector<AnnotationElement> sixteen;
     for (int z = 0; z < 16; ++z) {
         sixteen.push_back(rectangle(z, 0, 1'000'000'000));
@@ -354,6 +339,11 @@ TEST(TimelineValidatorAnnotations, AtMostSixteenAreShownAtOnce) {
     std::vector<AnnotationElement> overlapping = sixteen;
     overlapping.push_back(rectangle(16, 999'999'999, 2'000'000'000));
     EXPECT_EQ(failure(timelineWithAnnotations(overlapping)), Case::tooManySimultaneousAnnotations);
+
+    // 501 copies of one annotation, each a duplicate of the first, fail on
+    // their number before any single one is looked at.
+    EXPECT_EQ(failure(timelineWithAnnotations(std::vector<AnnotationElement>(501, rectangle(0)))),
+              Case::tooManyAnnotations);
 }
 
 } // namespace

@@ -165,17 +165,21 @@ TEST(TimelineEditTrimTests, TrimsMoveOneEndBetweenTheNeighboursAndOneFrame) {
     }
 }
 
-TEST(TimelineEditTrimTests, TrimmingAwayContentDropsAnnotationsThatNoLongerShowAndKeepsZooms) {
+TEST(TimelineEditTrimTests, TrimsAndCutsDropAnnotationsThatNoLongerShowAndKeepZooms) {
     ThreeSegments fixture;
-    const AnnotationElement inside = annotation(ms(7'500), ms(8'500), 0);
-    const AnnotationElement across = annotation(ms(6'500), ms(7'500), 1);
-    const AnnotationElement elsewhere = annotation(ms(500), ms(1'000), 2);
-    fixture.timeline.annotations = {elsewhere, inside, across};
-    fixture.timeline.zooms = {zoom(ms(7'500), ms(8'500))};
+    const AnnotationElement before = annotation(ms(100), ms(600), 0);
+    const AnnotationElement early = annotation(ms(6'200), ms(6'800), 1);
+    const AnnotationElement across = annotation(ms(6'800), ms(7'800), 2);
+    const AnnotationElement late = annotation(ms(7'500), ms(8'500), 3);
+    fixture.timeline.annotations = {before, early, across, late};
+    fixture.timeline.zooms = {zoom(ms(6'000), ms(8'000))};
 
-    const EditTimeline result = checked(trimEnd(fixture.c.id, ms(7'000))(fixture.timeline));
-    EXPECT_EQ(result.annotations, (std::vector<AnnotationElement>{elsewhere, across}));
-    EXPECT_EQ(result.zooms, fixture.timeline.zooms) << "zooms stay in source time";
+    const EditTimeline trimmed = checked(trimEnd(fixture.c.id, ms(7'000))(fixture.timeline));
+    EXPECT_EQ(trimmed.annotations, (std::vector<AnnotationElement>{before, early, across}));
+    EXPECT_EQ(trimmed.zooms, fixture.timeline.zooms) << "zooms stay in source time";
+    const EditTimeline cut = checked(removing({between(ms(6'000), ms(7'000))})(fixture.timeline));
+    EXPECT_EQ(cut.annotations, (std::vector<AnnotationElement>{before, across, late}));
+    EXPECT_EQ(cut.zooms, fixture.timeline.zooms) << "zooms are reconciled elsewhere";
 }
 
 TEST(TimelineEditRippleDeleteTests, RemovesTheSegmentAndTheRestClosesUp) {
@@ -255,20 +259,7 @@ TEST(TimelineEditRemoveTests, CutsSplitSegmentsAndPassTheIdOn) {
     EXPECT_EQ(removing({between(ms(1'503), ms(3'502))})(f.timeline).segments[1].id, f.b.id);
 }
 
-TEST(TimelineEditRemoveTests, AnnotationsInsideTheCutGoAndThoseAcrossItStay) {
-    ThreeSegments fixture;
-    const AnnotationElement inside = annotation(ms(6'200), ms(6'800), 0);
-    const AnnotationElement across = annotation(ms(6'800), ms(7'800), 1);
-    const AnnotationElement before = annotation(ms(100), ms(600), 2);
-    fixture.timeline.annotations = {before, inside, across};
-    fixture.timeline.zooms = {zoom(ms(6'000), ms(8'000))};
-
-    const EditTimeline result = checked(removing({between(ms(6'000), ms(7'000))})(fixture.timeline));
-    EXPECT_EQ(result.annotations, (std::vector<AnnotationElement>{before, across}));
-    EXPECT_EQ(result.zooms, fixture.timeline.zooms) << "zooms are reconciled elsewhere";
-}
-
-TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDo) {
+TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDoAndPassesValidationErrorsOn) {
     const ThreeSegments f;
     const Uuid unknown = Uuid::random();
     const TimelineSegment only = segment(ms(1'000), ms(2'000));
@@ -317,9 +308,7 @@ TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDo) {
         SCOPED_TRACE(index);
         expectEditError(rows[index].timeline, rows[index].expected, rows[index].edit);
     }
-}
 
-TEST(TimelineEditRefusals, ValidationErrorsPassUnchanged) {
     // An invalid input fails its own validation first.
     EXPECT_THROW(splitAt(ms(0))(EditTimeline::empty()), TimelineValidationError);
     // What is left of a 2x segment is one source frame, half a frame of output.

@@ -68,7 +68,7 @@ const ZoomSegment& zoomWithID(const EditTimeline& timeline, const Uuid& id) {
 
 // ---- Building and adding zooms ----
 
-TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
+TEST(TimelineEffectZoomBuilding, SnapsTheRangeFitsRiseAndFallAndRefusesRangesOutsideTheSource) {
     // 1,004 ms snaps back to frame 60, 3,010 ms on to frame 181.
     const ZoomSegment zoom = Effects::normalizedZoom(between(ms(1004), ms(3010)), {0.1, 0.9}, 2, tenSeconds,
                                                      riseNanoseconds, fallNanoseconds);
@@ -91,9 +91,7 @@ TEST(TimelineEffectZoomBuilding, SnapsTheRangeAndFitsRiseAndFallIntoIt) {
         EXPECT_EQ(riseOf(built), row.expectedRise) << row.lengthMilliseconds;
         EXPECT_EQ(fallOf(built), row.expectedFall) << row.lengthMilliseconds;
     }
-}
 
-TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFrame) {
     const auto build = [](ProjectTimeRange range, double scale = 2) {
         return failureOf([&] {
             Effects::normalizedZoom(range, {0.5, 0.5}, scale, tenSeconds, riseNanoseconds, fallNanoseconds);
@@ -111,25 +109,17 @@ TEST(TimelineEffectZoomBuilding, RefusesRangesOutsideTheSourceOrShorterThanAFram
     EXPECT_EQ(build(between(ms(0), ms(1000)), NAN), Case::zoomRangeInvalid);
 }
 
-TEST(TimelineEffectZoomAdding, KeepsZoomsInStartOrderAndRefusesCollisions) {
-    const EditTimeline timeline = withZoomsAt({{5000, 6000}, {1000, 2000}, {2000, 3000}});
+TEST(TimelineEffectZoomList, AddsInStartOrderRemovesByIndexIdOrAllAndReplacesSorted) {
+    EditTimeline timeline = withZoomsAt({{6000, 7000}, {1000, 2000}, {2000, 3000}});
     ASSERT_EQ(timeline.zooms.size(), 3u);
     EXPECT_EQ(timeline.zooms[0].startTime, ms(1000));
     EXPECT_EQ(timeline.zooms[1].startTime, ms(2000)); // touching is allowed
-    EXPECT_EQ(timeline.zooms[2].startTime, ms(5000));
-
     expectFailure(timeline, Case::zoomOverlap, [](const EditTimeline& t) {
-        return Effects::addZoom(t, between(ms(5500), ms(7000)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
+        return Effects::addZoom(t, between(ms(5500), ms(6500)), {0.5, 0.5}, 2, tenSeconds, riseNanoseconds,
                                 fallNanoseconds);
     });
-}
 
-// ---- Removing and replacing ----
-
-TEST(TimelineEffectZoomRemoval, RemovesByIndexInStartOrderByIdOrAll) {
-    EditTimeline timeline = withZoomsAt({{1000, 2000}, {3000, 4000}, {6000, 7000}});
     std::reverse(timeline.zooms.begin(), timeline.zooms.end());
-
     const EditTimeline byIndex = Effects::removeZoom(timeline, std::int64_t{0}, tenSeconds);
     EXPECT_EQ(byIndex.zooms, (std::vector<ZoomSegment>{timeline.zooms[1], timeline.zooms[0]}));
     for (const std::int64_t index : {std::int64_t{-1}, std::int64_t{3}}) {
@@ -139,14 +129,13 @@ TEST(TimelineEffectZoomRemoval, RemovesByIndexInStartOrderByIdOrAll) {
     const EditTimeline byId = Effects::removeZoom(timeline, timeline.zooms[1].id, tenSeconds);
     EXPECT_EQ(byId.zooms, (std::vector<ZoomSegment>{timeline.zooms[2], timeline.zooms[0]}));
     EXPECT_TRUE(Effects::removeAllZooms(timeline, tenSeconds).zooms.empty());
-}
 
-TEST(TimelineEffectZoomRemoval, ReplacingSortsAndValidates) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
+    // Replacing sorts and validates.
+    const EditTimeline single = withZoomsAt({{1000, 2000}});
     std::vector<ZoomSegment> replacement = withZoomsAt({{3000, 4000}, {500, 1500}}).zooms;
     std::reverse(replacement.begin(), replacement.end());
 
-    const EditTimeline replaced = Effects::replaceZooms(timeline, replacement, tenSeconds);
+    const EditTimeline replaced = Effects::replaceZooms(single, replacement, tenSeconds);
     ASSERT_EQ(replaced.zooms.size(), 2u);
     EXPECT_EQ(replaced.zooms[0].startTime, ms(500));
     EXPECT_EQ(replaced.zooms[1].startTime, ms(3000));
@@ -154,7 +143,7 @@ TEST(TimelineEffectZoomRemoval, ReplacingSortsAndValidates) {
     std::vector<ZoomSegment> colliding = replacement;
     colliding.push_back(colliding.front());
     colliding.back().id = Uuid::random();
-    expectFailure(timeline, Case::zoomOverlap,
+    expectFailure(single, Case::zoomOverlap,
                   [&](const EditTimeline& t) { return Effects::replaceZooms(t, colliding, tenSeconds); });
 }
 
@@ -196,17 +185,6 @@ TEST(TimelineEffectZoomDragging, AStartDraggedOverThePreviousZoomStopsAtItsEnd) 
     // The ramps fit, so they keep their lengths.
     EXPECT_EQ(riseOf(zoom), riseNanoseconds);
     EXPECT_EQ(fallOf(zoom), fallNanoseconds);
-}
-
-TEST(TimelineEffectZoomDragging, ShorteningShrinksRiseAndFallInProportion) {
-    EditTimeline timeline;
-    timeline = Effects::addZoom(timeline, between(ms(0), ms(2000)), {0.5, 0.5}, 2, tenSeconds, 600'000'000,
-                                400'000'000);
-    const ZoomSegment& half =
-        Effects::updateZoomEnd(timeline, timeline.zooms[0].id, ms(500), tenSeconds).zooms[0];
-    EXPECT_EQ(half.endTime, ms(500));
-    EXPECT_EQ(riseOf(half), 300'000'000);
-    EXPECT_EQ(fallOf(half), 200'000'000);
 }
 
 TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
@@ -280,7 +258,7 @@ withFullscreenAt(const std::vector<std::pair<std::int64_t, std::int64_t>>& range
     return timeline;
 }
 
-TEST(TimelineEffectWebcamFullscreen, NeedsTwoFramesInsideTheSourceAndAWebcam) {
+TEST(TimelineEffectWebcamFullscreen, NeedsTwoFramesAWebcamAndKeepsStartOrder) {
     const EditTimeline added =
         Effects::addWebcamFullscreen(withWebcam(), between(ms(0), frameLength * 2), tenSeconds);
     ASSERT_EQ(added.webcamFullscreenSegments.size(), 1u);
@@ -293,9 +271,7 @@ TEST(TimelineEffectWebcamFullscreen, NeedsTwoFramesInsideTheSourceAndAWebcam) {
     expectFailure(withWebcam(), Case::webcamFullscreenRangeInvalid, add(between(ms(9000), ms(10'100))));
     expectFailure(EditTimeline{}, Case::webcamFullscreenRangeInvalid, add(between(ms(0), ms(1000))));
     expectFailure(added, Case::webcamFullscreenOverlap, add(between(ms(20), ms(1000))));
-}
 
-TEST(TimelineEffectWebcamFullscreen, KeepsStartOrderAndRemovesById) {
     const EditTimeline timeline = withFullscreenAt({{5000, 6000}, {1000, 2000}});
     EXPECT_EQ(timeline.webcamFullscreenSegments[0].startTime, ms(1000));
     const EditTimeline removed =
@@ -358,6 +334,14 @@ TEST(TimelineEffectWebcamGeometry, RadiiMeasureAgainstTheShorterCanvasSide) {
 
     expectNear(Effects::constrainedWebcamCenter({0, 1}, 0.22, landscape, 1), {portrait * 0.11, 1 - 0.11});
     EXPECT_EQ(Effects::constrainedWebcamCenter({0.4, 0.6}, 0.22, landscape, 1), (PointValue{0.4, 0.6}));
+
+    // The base alone, without keyframes, is clamped and kept on the canvas.
+    WebcamOverlay base = WebcamOverlay::defaultValue();
+    base.center = {0, 0};
+    base.diameter = 0.9;
+    const WebcamOverlay overlay = *Effects::webcamOverlay(base, {}, ms(0), landscape);
+    EXPECT_EQ(overlay.diameter, 0.4);
+    expectNear(overlay.center, {portrait * 0.2, 0.2});
 }
 
 EditTimeline withKeyframes(std::vector<WebcamOverlayKeyframe> keyframes) {
@@ -393,15 +377,6 @@ TEST(TimelineEffectWebcamGeometry, TheOverlayFollowsItsKeyframesWithEasing) {
     EXPECT_FALSE(Effects::webcamOverlay(std::nullopt, timeline.webcamKeyframes, ms(0), landscape));
 }
 
-TEST(TimelineEffectWebcamGeometry, TheBaseAloneIsClampedAndKeptOnTheCanvas) {
-    WebcamOverlay base = WebcamOverlay::defaultValue();
-    base.center = {0, 0};
-    base.diameter = 0.9;
-    const WebcamOverlay overlay = *Effects::webcamOverlay(base, {}, ms(0), landscape);
-    EXPECT_EQ(overlay.diameter, 0.4);
-    expectNear(overlay.center, {portrait * 0.2, 0.2});
-}
-
 TEST(TimelineEffectWebcamGeometry, MovingShiftsTheWholePathAsFarAsItFits) {
     const double leftEdge = Effects::webcamRadii(0.22, landscape, 1).horizontal;
     const EditTimeline timeline = withKeyframes({
@@ -426,7 +401,6 @@ TEST(TimelineEffectWebcamGeometry, MovingShiftsTheWholePathAsFarAsItFits) {
 
 TEST(TimelineEffectWebcamGeometry, ResizingScalesEveryDiameterAndKeepsCentersOnTheCanvas) {
     const EditTimeline timeline = withKeyframes({{Uuid::random(), ms(1000), {0.9, 0.9}, 0.3}});
-
     const EditTimeline smaller = Effects::resizeWebcamGlobally(timeline, ms(1000), 0.15, landscape);
     EXPECT_DOUBLE_EQ(smaller.webcamKeyframes[0].diameter, 0.15);
     EXPECT_DOUBLE_EQ(smaller.webcamOverlay->diameter, 0.1);
@@ -439,7 +413,7 @@ TEST(TimelineEffectWebcamGeometry, ResizingScalesEveryDiameterAndKeepsCentersOnT
     expectNear(larger.webcamKeyframes[0].center, {1 - portrait * 0.2, 1 - 0.2});
 }
 
-TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
+TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrameInsideTheSource) {
     const EditTimeline timeline = withKeyframes({});
     const EditTimeline one =
         Effects::upsertWebcamKeyframe(timeline, ms(1004), {0.3, 0.4}, 0.25, tenSeconds, landscape);
@@ -461,19 +435,17 @@ TEST(TimelineEffectWebcamKeyframes, UpsertAddsOrUpdatesTheKeyframeOfAFrame) {
     const EditTimeline removed = Effects::removeWebcamKeyframe(two, two.webcamKeyframes[0].id);
     EXPECT_EQ(removed.webcamKeyframes, std::vector<WebcamOverlayKeyframe>{two.webcamKeyframes[1]});
     EXPECT_EQ(Effects::removeWebcamKeyframe(two, Uuid::random()), two);
-}
 
-TEST(TimelineEffectWebcamKeyframes, UpsertRefusesTimesOutsideTheSourceAndPlacementsWithoutAWebcam) {
-    const auto upsert = [](ProjectTime time, PointValue center, double diameter) {
+    // Times outside the source and placements without a webcam are refused.
+    const auto upsert = [](ProjectTime time, double diameter) {
         return [=](const EditTimeline& t) {
-            return Effects::upsertWebcamKeyframe(t, time, center, diameter, tenSeconds, landscape);
+            return Effects::upsertWebcamKeyframe(t, time, {0.5, 0.5}, diameter, tenSeconds, landscape);
         };
     };
-    const EditTimeline timeline = withKeyframes({{Uuid::random(), ms(1000), {0.5, 0.5}, 0.2}});
-    expectFailure(timeline, Case::keyframeOutsideSource, upsert(tenSeconds, {0.5, 0.5}, 0.2));
-    expectFailure(timeline, Case::keyframeOutsideSource, upsert(ProjectTime{-1}, {0.5, 0.5}, 0.2));
-    expectFailure(timeline, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, INFINITY));
-    expectFailure(EditTimeline{}, Case::keyframeInvalid, upsert(ms(0), {0.5, 0.5}, 0.2));
+    expectFailure(one, Case::keyframeOutsideSource, upsert(tenSeconds, 0.2));
+    expectFailure(one, Case::keyframeOutsideSource, upsert(ProjectTime{-1}, 0.2));
+    expectFailure(one, Case::keyframeInvalid, upsert(ms(0), INFINITY));
+    expectFailure(EditTimeline{}, Case::keyframeInvalid, upsert(ms(0), 0.2));
 }
 
 } // namespace

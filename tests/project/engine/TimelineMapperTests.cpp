@@ -108,12 +108,10 @@ TEST(TimelineRateMath, ConversionsRoundExactlyAsAsked) {
     }
 }
 
-TEST(TimelineRateMath, SequenceDurationRoundsToNearest) {
+TEST(TimelineRateMath, SequenceDurationRoundsToNearestAndImpossibleConversionsGiveNone) {
     EXPECT_EQ(TimelineRateMath::sequenceDuration(ns(66'666'662), {4000}), ns(16'666'666));
     EXPECT_EQ(TimelineRateMath::sequenceDuration(ns(3), {2000}), ns(2));
-}
 
-TEST(TimelineRateMath, ImpossibleConversionsGiveNone) {
     for (const auto rounding : {down, up, nearest}) {
         EXPECT_EQ(TimelineRateMath::sequenceNanoseconds(-1, {1000}, rounding), std::nullopt);
         EXPECT_EQ(TimelineRateMath::sourceNanoseconds(-1, {1000}, rounding), std::nullopt);
@@ -178,8 +176,9 @@ TEST(TimelineMapperConstruction, ASequenceBeyondSixtyFourBitsOverflows) {
 // ---------------------------------------------------------------------------
 // Point mappings
 
-TEST(TimelineMapperPointMapping, SegmentBoundariesMapBothWays) {
+TEST(TimelineMapperPointMapping, SegmentBoundariesMapBothWaysAndTheLastNanosecondStaysInside) {
     const CutTimeline fixture;
+    const TimelineMapper& mapper = fixture.mapper;
     for (const TimelineSegmentProjection& projection : fixture.mapper.projections()) {
         const TimelineMappedTime atStart{projection.segment.id, projection.segment.sourceRange.start,
                                          projection.sequenceRange.start};
@@ -189,11 +188,7 @@ TEST(TimelineMapperPointMapping, SegmentBoundariesMapBothWays) {
     // The last nanosecond of A still belongs to A.
     EXPECT_EQ(fixture.mapper.mappedTimeForSourceTime(ms(2'000) - ns(1)),
               (TimelineMappedTime{fixture.a.id, ms(2'000) - ns(1), ms(1'500) - ns(1)}));
-}
 
-TEST(TimelineMapperPointMapping, TheLastNanosecondOfASegmentStaysInside) {
-    const CutTimeline fixture;
-    const TimelineMapper& mapper = fixture.mapper;
     // B at 2x: source 5 s - 1 ns is 999,999,999.5 ns into the sequence range,
     // which rounds to its end and is kept 1 ns before it.
     EXPECT_EQ(mapper.mappedTimeForSourceTime(ms(5'000) - ns(1)),
@@ -239,7 +234,7 @@ TEST(TimelineMapperPointMapping, OffsetsScaleByTheRateAndRoundToNearest) {
     EXPECT_EQ(sequenceAt(ms(8'500) + ns(2)), startOfE + ns(1));
 }
 
-TEST(TimelineMapperPointMapping, TimesOutsideOrInCutsAreNone) {
+TEST(TimelineMapperPointMapping, TimesOutsideOrInCutsAreNoneButTheSequenceEndIsABoundary) {
     const CutTimeline fixture;
     const TimelineMapper& mapper = fixture.mapper;
     for (const ProjectTime t : {ns(-1), sequenceDuration, ns(maxNanoseconds)}) {
@@ -248,12 +243,7 @@ TEST(TimelineMapperPointMapping, TimesOutsideOrInCutsAreNone) {
     for (const ProjectTime s : {ns(-1), ms(500) - ns(1), ms(2'000), ms(3'000) - ns(1), ms(9'000)}) {
         EXPECT_EQ(mapper.mappedTimeForSourceTime(s), std::nullopt) << s.nanoseconds;
     }
-}
 
-TEST(TimelineMapperPointMapping, TheSequenceEndMapsToTheEndOfTheLastSegment) {
-    const CutTimeline fixture;
-    const TimelineMapper& mapper = fixture.mapper;
-    EXPECT_EQ(mapper.mappedTimeForSequenceTime(sequenceDuration), std::nullopt);
     // E ends at 9 s, before the trailing cut.
     EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(sequenceDuration), ms(9'000));
     for (const ProjectTime t : {ms(1'750), startOfD + ns(50)}) {
@@ -262,7 +252,7 @@ TEST(TimelineMapperPointMapping, TheSequenceEndMapsToTheEndOfTheLastSegment) {
     EXPECT_EQ(mapper.sourceTimeForSequenceBoundary(sequenceDuration + ns(1)), std::nullopt);
 }
 
-TEST(TimelineMapperPointMapping, RemovedContentGoesToTheNextKeptSegment) {
+TEST(TimelineMapperPointMapping, RemovedContentGoesToTheNextKeptSegmentAndIdsFindProjections) {
     const CutTimeline fixture;
     const TimelineMapper& mapper = fixture.mapper;
     // Kept times answer where they play.
@@ -273,10 +263,7 @@ TEST(TimelineMapperPointMapping, RemovedContentGoesToTheNextKeptSegment) {
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(6'000)), startOfD);
     // After the last segment, the end of the sequence.
     EXPECT_EQ(mapper.nearestSequenceBoundaryToDeletedSourceTime(ms(9'000)), sequenceDuration);
-}
 
-TEST(TimelineMapperPointMapping, ProjectionsAreFoundByTheirSegmentID) {
-    const CutTimeline fixture;
     for (const TimelineSegmentProjection& projection : fixture.mapper.projections()) {
         EXPECT_EQ(fixture.mapper.projectionForSegmentID(projection.segment.id), projection);
     }
@@ -305,7 +292,7 @@ TEST(TimelineMapperRanges, ARangeOverACutGivesTouchingPiecesThatStaySeparate) {
     }
 }
 
-TEST(TimelineMapperRanges, WholeSegmentsProjectOntoTheirOwnRanges) {
+TEST(TimelineMapperRanges, WholeSegmentsProjectOntoTheirOwnRangesAndAreRetained) {
     const CutTimeline fixture;
     const TimelineMapper& mapper = fixture.mapper;
     std::vector<ProjectTimeRange> sequenceRanges;
@@ -314,6 +301,7 @@ TEST(TimelineMapperRanges, WholeSegmentsProjectOntoTheirOwnRanges) {
         // D's end rounds up past its rounded length, and is clamped to it.
         EXPECT_EQ(mapper.projectedRanges(projection.segment.sourceRange),
                   std::vector{projection.sequenceRange});
+        EXPECT_TRUE(mapper.retainsEntireSourceRange(projection.segment.sourceRange));
         sequenceRanges.push_back(projection.sequenceRange);
         sourceRanges.push_back(projection.segment.sourceRange);
     }
@@ -340,14 +328,7 @@ TEST(TimelineMapperRanges, StartsRoundDownAndEndsUpSoThatTheSourceIsCovered) {
         EXPECT_LE(projected[0].start, mapper.mappedTimeForSourceTime(start)->sequenceTime);
         EXPECT_GE(projected[0].end(), mapper.mappedTimeForSourceTime(piece.end())->sequenceTime);
     }
-}
 
-TEST(TimelineMapperRanges, RetainedOnlyWhenNoNanosecondLiesInACut) {
-    const CutTimeline fixture;
-    const TimelineMapper& mapper = fixture.mapper;
-    for (const TimelineSegmentProjection& projection : mapper.projections()) {
-        EXPECT_TRUE(mapper.retainsEntireSourceRange(projection.segment.sourceRange));
-    }
     const ProjectTimeRange rangeOfA = fixture.a.sourceRange;
     EXPECT_FALSE(mapper.retainsEntireSourceRange(range(rangeOfA.start, rangeOfA.duration + ns(1))));
     // B and C touch, so together they are kept whole; A to B spans a cut.

@@ -124,7 +124,7 @@ TEST(TimelinePlanEngineTest, PlanNeedsBetweenOneAndFiveHundredOperations) {
 // ---------------------------------------------------------------------------
 // Cuts
 
-TEST(TimelinePlanEngineTest, CutsAreMergedAndRemoved) {
+TEST(TimelinePlanEngineTest, CutsAreMergedAndRemovedButNotInsideRemovedContent) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     const TimelinePlanResult result =
         applyPlan(cutting({span(9'000, 10'000), span(2'000, 3'000), span(2'500, 4'000)}), timeline);
@@ -134,15 +134,13 @@ TEST(TimelinePlanEngineTest, CutsAreMergedAndRemoved) {
     EXPECT_EQ(result.timeline.segments[0].sourceRange, span(0, 2'000));
     EXPECT_EQ(result.timeline.segments[1].sourceRange, span(4'000, 9'000));
     EXPECT_EQ(result.timeline.segments[2].sourceRange, span(10'000, 20'000));
-}
 
-TEST(TimelinePlanEngineTest, CutInsideRemovedContentIsRefused) {
-    const EditTimeline timeline = timelineOf({segment(0, 5'000), segment(10'000, 20'000)});
-    const TimelinePlanError error = planErrorOf(cutting({span(6'000, 8'000)}), timeline);
+    // A cut inside removed content is refused; one that reaches into retained
+    // content is fine.
+    const EditTimeline withGap = timelineOf({segment(0, 5'000), segment(10'000, 20'000)});
+    const TimelinePlanError error = planErrorOf(cutting({span(6'000, 8'000)}), withGap);
     EXPECT_EQ(error.errorCase(), TimelinePlanError::Case::cutOutsideRetainedContent);
-
-    // A cut that reaches into retained content is fine.
-    const TimelinePlanResult partly = applyPlan(cutting({span(6'000, 11'000)}), timeline);
+    const TimelinePlanResult partly = applyPlan(cutting({span(6'000, 11'000)}), withGap);
     ASSERT_EQ(partly.timeline.segments.size(), 2u);
     EXPECT_EQ(partly.timeline.segments[1].sourceRange, span(11'000, 20'000));
 }
@@ -150,49 +148,37 @@ TEST(TimelinePlanEngineTest, CutInsideRemovedContentIsRefused) {
 // ---------------------------------------------------------------------------
 // Zoom reconciliation
 
-TEST(TimelinePlanReconciliationTest, ThreeSecondZoomCutInTheMiddleIsRemoved) {
-    const ZoomSegment old = zoom(2'000, 5'000);
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
-    const TimelinePlanResult result = applyPlan(cutting({span(3'000, 4'000)}), timeline);
-    EXPECT_TRUE(result.timeline.zooms.empty());
-    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
+TEST(TimelinePlanReconciliationTest, CutZoomsAreRemovedSplitOrTrimmedWithFreshRamps) {
+    // Cut in the middle: three seconds are removed, six are split.
+    const ZoomSegment shortZoom = zoom(2'000, 5'000);
+    const ZoomSegment longZoom = zoom(6'000, 12'000, {0.1, 0.9}, 2.5);
+    // Cut at the end: trimmed, and the old rise and fall are not kept.
+    ZoomSegment trimmed = zoom(13'000, 19'000);
+    trimmed.focusTime = ms(14'000);
+    trimmed.holdEndTime = ms(17'000);
+    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {shortZoom, longZoom, trimmed});
+    const TimelinePlanResult result =
+        applyPlan(cutting({span(3'000, 4'000), span(8'500, 9'500), span(18'000, 20'000)}), timeline);
+
+    ASSERT_EQ(result.zoomReconciliations.size(), 3u);
     EXPECT_EQ(result.zoomReconciliations[0],
-              (ZoomReconciliation{old.id, span(2'000, 5'000), ZoomReconciliationAction::removed, {}}));
-}
-
-TEST(TimelinePlanReconciliationTest, SixSecondZoomCutInTheMiddleIsSplit) {
-    const ZoomSegment old = zoom(2'000, 8'000, {0.1, 0.9}, 2.5);
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
-    const TimelinePlanResult result = applyPlan(cutting({span(4'500, 5'500)}), timeline);
-
-    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
-    EXPECT_EQ(result.zoomReconciliations[0], (ZoomReconciliation{old.id,
-                                                                 span(2'000, 8'000),
+              (ZoomReconciliation{shortZoom.id, span(2'000, 5'000), ZoomReconciliationAction::removed, {}}));
+    EXPECT_EQ(result.zoomReconciliations[1], (ZoomReconciliation{longZoom.id,
+                                                                 span(6'000, 12'000),
                                                                  ZoomReconciliationAction::split,
-                                                                 {span(2'000, 4'500), span(5'500, 8'000)}}));
+                                                                 {span(6'000, 8'500), span(9'500, 12'000)}}));
+    EXPECT_EQ(
+        result.zoomReconciliations[2],
+        (ZoomReconciliation{
+            trimmed.id, span(13'000, 19'000), ZoomReconciliationAction::trimmed, {span(13'000, 18'000)}}));
 
     const auto& zooms = result.timeline.zooms;
-    ASSERT_EQ(zooms.size(), 2u);
-    expectZoomTimes(zooms[0], 2'000, 2'650, 4'000, 4'500);
-    expectZoomTimes(zooms[1], 5'500, 6'150, 7'500, 8'000);
+    ASSERT_EQ(zooms.size(), 3u);
+    expectZoomTimes(zooms[0], 6'000, 6'650, 8'000, 8'500);
+    expectZoomTimes(zooms[1], 9'500, 10'150, 11'500, 12'000);
     EXPECT_EQ(zooms[1].scale, 2.5);
-    EXPECT_EQ(zooms[1].focusPoint, old.focusPoint);
-}
-
-TEST(TimelinePlanReconciliationTest, CutAtTheEndOfAZoomTrimsIt) {
-    // The old rise and fall are not kept: the piece gets 650 ms and 500 ms.
-    ZoomSegment old = zoom(2'000, 8'000);
-    old.focusTime = ms(3'000);
-    old.holdEndTime = ms(6'000);
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {old});
-    const TimelinePlanResult result = applyPlan(cutting({span(7'000, 9'000)}), timeline);
-
-    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
-    EXPECT_EQ(result.zoomReconciliations[0].action, ZoomReconciliationAction::trimmed);
-    EXPECT_EQ(result.zoomReconciliations[0].resultingRanges,
-              (std::vector<ProjectTimeRange>{span(2'000, 7'000)}));
-    ASSERT_EQ(result.timeline.zooms.size(), 1u);
-    expectZoomTimes(result.timeline.zooms[0], 2'000, 2'650, 6'500, 7'000);
+    EXPECT_EQ(zooms[1].focusPoint, longZoom.focusPoint);
+    expectZoomTimes(zooms[2], 13'000, 13'650, 17'500, 18'000);
 }
 
 TEST(TimelinePlanReconciliationTest, ZoomsTheCutsDoNotTouchStayOutOfTheReport) {
@@ -208,10 +194,13 @@ TEST(TimelinePlanReconciliationTest, ZoomsTheCutsDoNotTouchStayOutOfTheReport) {
     EXPECT_EQ(result.timeline.zooms, timeline.zooms);
 }
 
-TEST(TimelinePlanReconciliationTest, ZoomAcrossAGapFailsAPlanWithoutCutsUnlessReconciled) {
+TEST(TimelinePlanReconciliationTest, ZoomsAcrossAGapOrOffTheGridFailAPlanUnlessReconciled) {
     const ZoomSegment acrossGap = zoom(3'000, 9'000);
+    // Auto zooms start wherever a click was; reconciliation snaps them.
+    ZoomSegment offGrid = zoom(15'000, 18'000);
+    offGrid.startTime = ms(15'000) + ProjectTime{1'234};
     const EditTimeline timeline =
-        timelineOf({segment(0, 5'000), segment(6'000, 20'000)}, {acrossGap, zoom(12'000, 14'000)});
+        timelineOf({segment(0, 5'000), segment(6'000, 20'000)}, {acrossGap, zoom(12'000, 14'000), offGrid});
 
     TimelineEditPlan speedOnly;
     speedOnly.speedChanges = {{span(10'000, 12'000), {2000}}};
@@ -224,7 +213,7 @@ TEST(TimelinePlanReconciliationTest, ZoomAcrossAGapFailsAPlanWithoutCutsUnlessRe
     TimelineEditPlan reconciled = speedOnly;
     reconciled.reconcilesZooms = true;
     const TimelinePlanResult result = applyPlan(reconciled, timeline);
-    ASSERT_EQ(result.zoomReconciliations.size(), 2u);
+    ASSERT_EQ(result.zoomReconciliations.size(), 3u);
     EXPECT_EQ(result.zoomReconciliations[0], (ZoomReconciliation{acrossGap.id,
                                                                  span(3'000, 9'000),
                                                                  ZoomReconciliationAction::split,
@@ -234,24 +223,12 @@ TEST(TimelinePlanReconciliationTest, ZoomAcrossAGapFailsAPlanWithoutCutsUnlessRe
                                                                  span(12'000, 14'000),
                                                                  ZoomReconciliationAction::preserved,
                                                                  {span(12'000, 14'000)}}));
-    ASSERT_EQ(result.timeline.zooms.size(), 3u);
+    EXPECT_EQ(result.zoomReconciliations[2].action, ZoomReconciliationAction::trimmed);
+    ASSERT_EQ(result.timeline.zooms.size(), 4u);
     EXPECT_EQ(result.timeline.zooms[2], timeline.zooms[1]);
+    expectZoomTimes(result.timeline.zooms[3], 15'000, 15'650, 17'500, 18'000);
     EXPECT_EQ(result.normalizedSpeedChanges,
               (std::vector<TimelineSpeedChange>{{span(10'000, 12'000), {2000}}}));
-}
-
-TEST(TimelinePlanReconciliationTest, ReconcilingPutsAZoomOffTheGridOntoIt) {
-    // Auto zooms start wherever a click was; reconciliation snaps them.
-    ZoomSegment offGrid = zoom(2'000, 6'000);
-    offGrid.startTime = ms(2'000) + ProjectTime{1'234};
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {offGrid});
-    TimelineEditPlan plan;
-    plan.reconcilesZooms = true;
-    const TimelinePlanResult result = applyPlan(plan, timeline);
-    ASSERT_EQ(result.zoomReconciliations.size(), 1u);
-    EXPECT_EQ(result.zoomReconciliations[0].action, ZoomReconciliationAction::trimmed);
-    ASSERT_EQ(result.timeline.zooms.size(), 1u);
-    expectZoomTimes(result.timeline.zooms[0], 2'000, 2'650, 5'500, 6'000);
 }
 
 // ---------------------------------------------------------------------------
@@ -326,7 +303,7 @@ TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
 // ---------------------------------------------------------------------------
 // Speed and settings in a plan
 
-TEST(TimelinePlanEngineTest, SpeedApplysToWhatTheCutsLeave) {
+TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResult) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     TimelineEditPlan plan = cutting({span(5'000, 6'000)});
     plan.speedChanges = {{span(4'000, 6'000), {2000}}};
@@ -338,7 +315,10 @@ TEST(TimelinePlanEngineTest, SpeedApplysToWhatTheCutsLeave) {
     }
 
     plan.speedChanges = {{span(6'000, 8'000), {2000}}, {span(7'000, 9'000), {2000}}};
+    plan.settings = {{"cursor.scale", "2"}, {"canvas.padding", "-1"}};
     const TimelinePlanResult result = applyPlan(plan, timeline);
+    EXPECT_EQ(result.timeline.cursor.scale, 2);
+    EXPECT_EQ(result.timeline.canvas.padding, 0);
     EXPECT_EQ(result.normalizedSpeedChanges,
               (std::vector<TimelineSpeedChange>{{span(6'000, 9'000), {2000}}}));
     ASSERT_EQ(result.timeline.segments.size(), 3u);
@@ -346,25 +326,12 @@ TEST(TimelinePlanEngineTest, SpeedApplysToWhatTheCutsLeave) {
     EXPECT_EQ(result.timeline.segments[1].playbackRate, TimelinePlaybackRate{2000});
 }
 
-TEST(TimelinePlanEngineTest, SettingsApplyLast) {
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)});
-    TimelineEditPlan plan;
-    plan.settings = {{"cursor.scale", "2"}, {"canvas.padding", "-1"}};
-    const TimelinePlanResult result = applyPlan(plan, timeline);
-    EXPECT_EQ(result.timeline.cursor.scale, 2);
-    EXPECT_EQ(result.timeline.canvas.padding, 0);
-    EXPECT_EQ(result.timeline.segments, timeline.segments);
-}
-
 // ---------------------------------------------------------------------------
 // Identity
 
-TEST(TimelinePlanIdentityTest, StableUUIDIsAVersion5IdOfTheSeedDigest) {
+TEST(TimelinePlanIdentityTest, NewSegmentsAndZoomsGetVersion5IdsFromTheirContent) {
     // SHA-256("abc") = ba7816bf 8f01cfea 414140de 5dae2223 ...
     EXPECT_EQ(TimelinePlanEngine::stableUUID("abc").string(), "BA7816BF-8F01-5FEA-8141-40DE5DAE2223");
-}
-
-TEST(TimelinePlanIdentityTest, NewSegmentsAndZoomsGetIdsFromTheirContent) {
     const TimelineSegment kept = segment(0, 5'000);
     const TimelineSegment cut = segment(5'000, 20'000);
     const EditTimeline timeline = timelineOf({kept, cut});

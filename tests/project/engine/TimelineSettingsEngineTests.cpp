@@ -177,7 +177,7 @@ TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
     }
 }
 
-TEST(TimelineSettingsKeys, KeysOutsideTheTableAreUnknown) {
+TEST(TimelineSettingsKeys, UnknownKeysAndWebcamKeysWithoutMediaAreRefused) {
     for (const std::string key : {"canvas.preset", "Canvas.aspect"}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, "1"}});
@@ -186,9 +186,7 @@ TEST(TimelineSettingsKeys, KeysOutsideTheTableAreUnknown) {
         EXPECT_EQ(error->key(), key);
         EXPECT_EQ(error->message(), "不支持设置项：" + key);
     }
-}
 
-TEST(TimelineSettingsKeys, WebcamKeysNeedWebcamMediaBeforeTheirValueIsRead) {
     for (const auto& [key, value] : Settings{{"webcam.x", "abc"}, {"webcam.unknown", "1"}}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, value}}, {}, false);
@@ -220,7 +218,7 @@ TEST(TimelineSettingsOrder, KeysApplyInAscendingOrderAndTheFirstFailureWins) {
     EXPECT_EQ(apply({}, timeline), timeline);
 }
 
-TEST(TimelineSettingsWebcam, APlacementIsKeptOnTheCanvas) {
+TEST(TimelineSettingsWebcam, APlacementIsKeptOnTheCanvasAndOnlyPlacementKeysMoveIt) {
     // The default overlay at the left edge of a 16:9 canvas: half its width.
     const EditTimeline left = apply({{"webcam.x", "0"}});
     EXPECT_DOUBLE_EQ(left.webcamOverlay->center.x, 9.0 / 16.0 * 0.22 / 2);
@@ -242,9 +240,7 @@ TEST(TimelineSettingsWebcam, APlacementIsKeptOnTheCanvas) {
     const EditTimeline grown = apply({{"webcam.diameter", "0.4"}}, atEdge);
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.x, 1 - 9.0 / 16.0 * 0.2);
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.y, 0.8);
-}
 
-TEST(TimelineSettingsWebcam, OnlyPlacementKeysMoveTheWebcam) {
     EditTimeline timeline;
     timeline.webcamOverlay = WebcamOverlay::defaultValue();
     timeline.webcamOverlay->center = {0.99, 0.99};

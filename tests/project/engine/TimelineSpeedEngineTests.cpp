@@ -109,15 +109,6 @@ TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
     EXPECT_EQ(result.annotations, timeline.annotations);
 }
 
-TEST(TimelineSpeedSettingTests, AChangeAtTheSegmentStartKeepsItsId) {
-    const TimelineSegment whole = segment(ms(0), sourceDuration);
-    const EditTimeline result = checked(settingRate(500, between(ms(0), ms(2'000)), timelineOf({whole})));
-    EXPECT_EQ(piecesOf(result), (std::vector<Piece>{{between(ms(0), ms(2'000)), 500},
-                                                    {between(ms(2'000), sourceDuration), 1000}}));
-    EXPECT_EQ(result.segments[0].id, whole.id);
-    EXPECT_NE(result.segments[1].id, whole.id);
-}
-
 TEST(TimelineSpeedSettingTests, ARemainderOfAFrameStaysAndAShorterOneIsAbsorbed) {
     // A segment ending minimum - 1 ns after frame 599: the remainder joins the change.
     const ProjectTime offGridEnd = frame(599) + TimelineFrameGrid::minimumDuration - ns(1);
@@ -136,57 +127,54 @@ TEST(TimelineSpeedSettingTests, ARemainderOfAFrameStaysAndAShorterOneIsAbsorbed)
     EXPECT_EQ(absorbedStart.segments[0].id, late.id);
 }
 
-TEST(TimelineSpeedSettingTests, TouchingSegmentsEachKeepTheirIdAndAreNotJoined) {
+TEST(TimelineSpeedSettingTests, TouchingSegmentsKeepTheirIdsAndOneAlreadyAtTheRateStaysWhole) {
     const TimelineSegment a = segment(ms(0), ms(2'000));
     const TimelineSegment b = segment(ms(2'000), ms(4'000));
     const EditTimeline result = checked(settingRate(1500, between(ms(0), ms(4'000)), timelineOf({a, b})));
     EXPECT_EQ(result.segments,
               (std::vector<TimelineSegment>{{a.id, a.sourceRange, {1500}}, {b.id, b.sourceRange, {1500}}}));
+
+    const TimelineSegment fast = segment(ms(2'000), ms(4'000), 2000);
+    const EditTimeline partly =
+        checked(settingRate(2000, between(ms(1'000), ms(4'000)), timelineOf({a, fast})));
+    ASSERT_EQ(partly.segments.size(), 3U);
+    EXPECT_EQ(partly.segments[0], (TimelineSegment{a.id, between(ms(0), ms(1'000)), {1000}}));
+    EXPECT_EQ(partly.segments[1].sourceRange, between(ms(1'000), ms(2'000)));
+    EXPECT_EQ(partly.segments[1].playbackRate.permille, 2000);
+    EXPECT_EQ(partly.segments[2], fast);
 }
 
-TEST(TimelineSpeedSettingTests, ASegmentAlreadyAtTheRateStaysWhole) {
-    const TimelineSegment a = segment(ms(0), ms(2'000));
-    const TimelineSegment b = segment(ms(2'000), ms(4'000), 2000);
-    const EditTimeline result = checked(settingRate(2000, between(ms(1'000), ms(4'000)), timelineOf({a, b})));
-    ASSERT_EQ(result.segments.size(), 3U);
-    EXPECT_EQ(result.segments[0], (TimelineSegment{a.id, between(ms(0), ms(1'000)), {1000}}));
-    EXPECT_EQ(result.segments[1].sourceRange, between(ms(1'000), ms(2'000)));
-    EXPECT_EQ(result.segments[1].playbackRate.permille, 2000);
-    EXPECT_EQ(result.segments[2], b);
-}
-
-TEST(TimelineSpeedSettingTests, RefusesRatesOffTheScale) {
-    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
-    for (const std::int64_t permille : {505, 490, 4010}) {
-        expectRateError(timeline, Case::invalidRate, permille, between(ms(0), ms(1'000)));
-    }
-    // The rate is checked before the range.
-    expectRateError(timeline, Case::invalidRate, 505, between(ms(0), ms(1)));
-    // Both ends of the scale are fine.
-    EXPECT_NO_THROW(settingRate(500, between(ms(0), ms(1'000)), timeline));
-    EXPECT_NO_THROW(settingRate(4000, between(ms(0), ms(1'000)), timeline));
-}
-
-TEST(TimelineSpeedSettingTests, RefusesRangesShorterThanAFrameOrOutsideTheSource) {
-    const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
-    for (const ProjectTimeRange range : {between(ms(1'000), ms(1'005)), between(ms(9'000), ms(10'500))}) {
-        expectRateError(timeline, Case::invalidRange, 2000, range);
-    }
-}
-
-TEST(TimelineSpeedSettingTests, RefusesRangesReachingIntoRemovedContent) {
-    const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
-    expectRateError(timeline, Case::rangeOutsideRetainedContent, 2000, between(ms(3'000), ms(6'000)));
-    expectRateError(timeline, Case::rangeOutsideRetainedContent, 2000, between(frame(239), frame(241)));
-}
-
-TEST(TimelineSpeedSettingTests, RefusesAChangeThatChangesNothing) {
+TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNothing) {
+    const EditTimeline whole = timelineOf({segment(ms(0), sourceDuration)});
+    const EditTimeline withCut = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
     // The touching 1x segment is not overlapped, so nothing would change.
-    const EditTimeline timeline =
+    const EditTimeline atRate =
         timelineOf({segment(ms(0), ms(2'000), 2000), segment(ms(2'000), ms(3'000), 2000),
                     segment(ms(3'000), sourceDuration)});
-    expectRateError(timeline, Case::noChange, 2000, between(ms(500), ms(3'000)));
-    expectRateError(timeline, Case::noChange, 1000, between(ms(4'000), ms(5'000)));
+    struct Row {
+        const EditTimeline& timeline;
+        Case expected;
+        std::int64_t permille;
+        ProjectTimeRange range;
+    };
+    const std::vector<Row> rows = {
+        {whole, Case::invalidRate, 505, between(ms(0), ms(1'000))},
+        {whole, Case::invalidRate, 490, between(ms(0), ms(1'000))},
+        {whole, Case::invalidRate, 4010, between(ms(0), ms(1'000))},
+        {whole, Case::invalidRate, 505, between(ms(0), ms(1))}, // the rate is checked before the range
+        {whole, Case::invalidRange, 2000, between(ms(1'000), ms(1'005))},
+        {whole, Case::invalidRange, 2000, between(ms(9'000), ms(10'500))},
+        {withCut, Case::rangeOutsideRetainedContent, 2000, between(ms(3'000), ms(6'000))},
+        {withCut, Case::rangeOutsideRetainedContent, 2000, between(frame(239), frame(241))},
+        {atRate, Case::noChange, 2000, between(ms(500), ms(3'000))},
+        {atRate, Case::noChange, 1000, between(ms(4'000), ms(5'000))},
+    };
+    for (const Row& row : rows) {
+        expectRateError(row.timeline, row.expected, row.permille, row.range);
+    }
+    // Both ends of the scale are fine.
+    EXPECT_NO_THROW(settingRate(500, between(ms(0), ms(1'000)), whole));
+    EXPECT_NO_THROW(settingRate(4000, between(ms(0), ms(1'000)), whole));
 }
 
 TEST(TimelineSpeedSettingTests, APieceTooShortAtItsNewRateFailsValidation) {
@@ -207,24 +195,20 @@ TEST(TimelineSpeedSettingTests, APieceTooShortAtItsNewRateFailsValidation) {
 // ---------------------------------------------------------------------------
 // Normalising a batch
 
-TEST(TimelineSpeedNormalizationTests, MergesOverlappingAndTouchingChangesOfOneRate) {
+TEST(TimelineSpeedNormalizationTests, SnapsSortsAndMergesChangesOfOneRateOnly) {
     // Given out of order, touching, and one inside the other.
     EXPECT_EQ(
         TimelineSpeedEngine::normalized({change(ms(1'000), ms(2'000), 2000), change(ms(0), ms(1'000), 2000),
                                          change(ms(500), ms(700), 2000)}),
         std::vector<TimelineSpeedChange>{change(ms(0), ms(2'000), 2000)});
-}
 
-TEST(TimelineSpeedNormalizationTests, KeepsTouchingChangesOfDifferentRatesApart) {
     EXPECT_EQ(
         TimelineSpeedEngine::normalized({change(ms(1'000), ms(2'000), 1500), change(ms(0), ms(1'000), 2000)}),
         (std::vector<TimelineSpeedChange>{change(ms(0), ms(1'000), 2000),
                                           change(ms(1'000), ms(2'000), 1500)}));
     EXPECT_EQ(normalizationError({change(ms(0), ms(2'000), 2000), change(ms(1'000), ms(3'000), 1500)}),
               Case::conflictingRanges);
-}
 
-TEST(TimelineSpeedNormalizationTests, SnapsAndSortsByStartThenEnd) {
     EXPECT_EQ(TimelineSpeedEngine::normalized({change(ms(5'000), ms(6'000), 1500),
                                                change(ms(1'234), ms(2'002), 750),
                                                change(ms(1'234), ms(1'500), 750)}),
@@ -243,7 +227,7 @@ TEST(TimelineSpeedNormalizationTests, ChecksEachChangeInTheOrderGiven) {
 // ---------------------------------------------------------------------------
 // Applying a batch
 
-TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrder) {
+TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrderOrDiscardsTheBatch) {
     const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});
     const TimelineSpeedResult result =
         TimelineSpeedEngine::applying({change(ms(6'000), ms(7'000), 500), change(ms(1'000), ms(3'000), 2000),
@@ -259,19 +243,18 @@ TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrder) {
                                   {between(ms(6'000), ms(7'000)), 500},
                                   {between(ms(7'000), sourceDuration), 1000}}));
     EXPECT_EQ(result.timeline.segments[0].id, timeline.segments[0].id);
-}
 
-TEST(TimelineSpeedApplyingTests, AnyFailingChangeDiscardsTheBatch) {
-    const EditTimeline timeline = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
+    // Any failing change discards the batch.
+    const EditTimeline withCut = timelineOf({segment(ms(0), ms(4'000)), segment(ms(5'000), sourceDuration)});
     const auto applying = [](std::vector<TimelineSpeedChange> changes) {
         return
             [changes](const EditTimeline& t) { TimelineSpeedEngine::applying(changes, t, sourceDuration); };
     };
     // The second change already has its rate.
-    expectSpeedError(timeline, Case::noChange,
+    expectSpeedError(withCut, Case::noChange,
                      applying({change(ms(0), ms(1'000), 2000), change(ms(6'000), ms(7'000), 1000)}));
     // The second change spans the cut.
-    expectSpeedError(timeline, Case::rangeOutsideRetainedContent,
+    expectSpeedError(withCut, Case::rangeOutsideRetainedContent,
                      applying({change(ms(0), ms(1'000), 2000), change(ms(3'000), ms(6'000), 1500)}));
 }
 

@@ -81,7 +81,6 @@ TEST(CLIGrammar, EveryMistakeIsRejectedWithItsCaseAndMessage) {
         // --apply comes only with --expect.
         {{"cut", "ab", "--range", "0,1000", "--apply"}, "参数无效：--apply必须与--expect同时提供"},
         {{"cut", "ab", "--range", "0,1000", "--expect", "d1"}, "参数无效：--apply必须与--expect同时提供"},
-        {{"zoom-regen", "ab", "--expect"}, "参数无效：--apply必须与--expect同时提供"},
         {{"restore", "ab", "--index", "1", "--apply", "yes", "--expect", "d1"}, "参数无效：--apply"},
         // Speed, zoom removal and restore.
         {{"speed-set", "ab", "--range", "0,1000", "--rate", "0.49"}, "参数无效：--rate"},

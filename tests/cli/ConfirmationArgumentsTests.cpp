@@ -30,16 +30,11 @@ TEST(ConfirmationArguments, RepeatTheChangeWithTheFullIDAndTheDigest) {
     EXPECT_EQ(
         confirmationOf({"zoom-add", "0f3c", "--range", "100,900", "--at", "0.25,0.5", "--source"}),
         withTail({"zoom-add", id, "--range", "100,900", "--level", "1.8", "--source", "--at", "0.25,0.5"}));
-    EXPECT_EQ(confirmationOf({"zoom-rm", "0f3c", "--all"}), withTail({"zoom-rm", id, "--all"}));
-    EXPECT_EQ(confirmationOf({"zoom-rm", "0f3c", "--index", "2"}), withTail({"zoom-rm", id, "--index", "2"}));
     EXPECT_EQ(confirmationOf({"set", "0f3c", "cursor.scale=2", "canvas.aspect=9:16"}),
               withTail({"set", id, "canvas.aspect=9:16", "cursor.scale=2"}));
-    EXPECT_EQ(confirmationOf({"restore", "0f3c", "--index", "3"}), withTail({"restore", id, "--index", "3"}));
-    EXPECT_EQ(confirmationOf({"zoom-regen", "0f3c"}), withTail({"zoom-regen", id}));
 
     for (const auto& arguments :
          {std::vector<std::string>{"speed-set", "0f3c", "--range", "0,2000", "--rate", "0.75"},
-          {"zoom-add", "0f3c", "--range", "1,2", "--level", "2.25", "--at", "0.1,0.9"},
           {"set", "0f3c", "webcam.shadow=false", "canvas.padding=0.1"}}) {
         const auto confirmation = confirmationOf(arguments);
         const auto reparsed = std::get<command::Mutate>(CLIArgumentParser::parse(confirmation));

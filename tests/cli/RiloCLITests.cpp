@@ -19,9 +19,7 @@ TEST(RiloCLIClassify, MapsErrorsToCodesAndExitCodes) {
     const CLIErrorClassification execution{"execution", 5};
 
     EXPECT_EQ(classify(CLIArgumentError::unknownCommand("x")), invalid);
-    EXPECT_EQ(classify(CLIArgumentError::missingCommand()), invalid);
     EXPECT_EQ(classify(ProjectStoreError::projectNotFound("1a")), notFound);
-    EXPECT_EQ(classify(ProjectStoreError::ambiguousProjectPrefix("1a")), notFound);
     EXPECT_EQ(classify(ProjectStoreError::timelineDigestConflict("a", "b")),
               (CLIErrorClassification{"timeline_conflict", 3}));
     EXPECT_EQ(classify(ProjectStoreError::captionsDigestConflict("a", "b")),
@@ -29,11 +27,9 @@ TEST(RiloCLIClassify, MapsErrorsToCodesAndExitCodes) {
     // A missing history entry is a validation failure, not a missing project.
     EXPECT_EQ(classify(ProjectStoreError::historyNotFound(7)), validation);
     EXPECT_EQ(classify(ProjectStoreError::invalidProjectLocation()), store);
-    EXPECT_EQ(classify(ProjectStoreError::timelineLockUnavailable()), store);
     EXPECT_EQ(classify(TimelineValidationError::empty()), validation);
     EXPECT_EQ(classify(TimelineEffectError(TimelineEffectError::Case::zoomOverlap)), validation);
     EXPECT_EQ(classify(json::DecodingError("bad")), execution);
-    EXPECT_EQ(classify(CLICommandUnavailableError("cut")), execution);
     EXPECT_EQ(classify(std::runtime_error("anything")), execution);
     EXPECT_FALSE(RiloCLI::validationDetails(ProjectStoreError::historyNotFound(1)).has_value());
 }

@@ -35,23 +35,18 @@ protected:
     }
 };
 
-TEST_F(CliEndToEnd, VersionPrintsOneLineAndCreatesNothing) {
+TEST_F(CliEndToEnd, VersionIsOneLineAndWithoutTheWordCliTheApplicationStarts) {
     for (const char* word : {"version", "--version"}) {
         const auto result = rilo({"cli", word});
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.standardOutput, "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n");
         EXPECT_EQ(result.standardError, "");
     }
-    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
-}
-
-TEST_F(CliEndToEnd, WithoutTheWordCliStartsTheApplication) {
     for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{}, {"--version"}, {"list"}, {"CLI", "list"}}) {
+         {std::vector<std::string>{}, {"list"}, {"CLI", "list"}}) {
         const auto result = rilo(arguments);
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.standardOutput.find("protocolVersion"), std::string::npos);
-        EXPECT_EQ(std::count(result.standardOutput.begin(), result.standardOutput.end(), '\n'), 1);
     }
     EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
 }
@@ -76,10 +71,6 @@ TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
     EXPECT_EQ(help.standardOutput, "");
     EXPECT_EQ(help.standardError, errorEnvelope("invalid_arguments", "参数无效：help topic"));
 
-    const auto unknown = rilo({"cli", "frobnicate"});
-    EXPECT_EQ(unknown.exitCode, 1);
-    EXPECT_EQ(unknown.standardError, errorEnvelope("invalid_arguments", "未知命令：frobnicate"));
-
     const auto unguarded = rilo({"cli", "cut", "abc", "--range", "0,1000", "--apply"});
     EXPECT_EQ(unguarded.exitCode, 1);
     EXPECT_EQ(unguarded.standardOutput, "");
@@ -95,16 +86,11 @@ TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
     EXPECT_EQ(parsed.standardError, errorEnvelope("project_not_found", "找不到项目：abc"));
 }
 
-TEST_F(CliEndToEnd, ListOfAnEmptyLibraryIsAnEmptyArray) {
-    const auto result = rilo({"cli", "list"});
-    EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.standardOutput, "[]\n");
-    EXPECT_EQ(result.standardError, "");
-    EXPECT_TRUE(std::filesystem::is_directory(library));
-}
-
 TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
-    std::filesystem::create_directories(library);
+    const auto empty = rilo({"cli", "list"});
+    EXPECT_EQ(empty.exitCode, 0);
+    EXPECT_EQ(empty.standardOutput, "[]\n");
+    EXPECT_TRUE(std::filesystem::is_directory(library));
     const auto older = testing::writePackage(
         library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"),
                                          IsoDate{1'700'000'000}));
@@ -129,17 +115,9 @@ TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
                                        {"updatedAt", "2023-11-14T22:13:20Z"}}));
 }
 
-} // namespace
-} // namespace rilo
-
-namespace rilo {
-namespace {
-
 // A signal during a command cancels it: the process reports "cancelled" and
 // exits 130 instead of dying.
-TEST(CliCancellation, TerminationSignalCancelsAListOfALargeLibrary) {
-    testing::TemporaryDirectory dataHome;
-    const std::filesystem::path library = dataHome / "Rilo/Projects";
+TEST_F(CliEndToEnd, TerminationSignalCancelsAListOfALargeLibrary) {
     // Enough packages that the listing is still running when the signal comes.
     for (int i = 0; i < 1500; ++i) {
         const Uuid id = Uuid::random();
@@ -154,9 +132,7 @@ TEST(CliCancellation, TerminationSignalCancelsAListOfALargeLibrary) {
     const auto result = testing::runProcess(testing::riloExecutable(), {"cli", "list"}, options);
     EXPECT_EQ(result.exitCode, 130);
     EXPECT_EQ(result.standardOutput, "");
-    EXPECT_EQ(
-        result.standardError,
-        "{\n  \"error\" : \"cancelled\",\n  \"message\" : \"命令已取消。\",\n  \"protocolVersion\" : 1\n}\n");
+    EXPECT_EQ(result.standardError, errorEnvelope("cancelled", "命令已取消。"));
 }
 
 } // namespace

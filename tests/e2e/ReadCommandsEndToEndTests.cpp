@@ -3,21 +3,16 @@
 // media, in a library under a temporary data directory.
 
 #include "project/caption/CaptionCodecs.h"
-#include "project/document/DeviceFrameCatalog.h"
 #include "project/document/TimelineCodecs.h"
-#include "project/engine/TimelineEffectEngine.h"
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"
-#include "support/BuildCatalog.h"
 #include "support/CliLibraryTest.h"
 #include "support/FileTree.h"
 #include "support/PackageFixtures.h"
-#include "support/ProcessRunner.h"
 #include "support/RecordedPackage.h"
-#include "support/TemporaryDirectory.h"
-#include "support/TestPaths.h"
+#include "support/TimelineBuilders.h"
 
 #include <gtest/gtest.h>
 #include <set>
@@ -29,16 +24,8 @@ namespace fs = std::filesystem;
 using json::Json;
 using testing::ProcessResult;
 
-using testing::buildCatalog;
-
-ProjectTime ms(std::int64_t milliseconds) {
-    return ProjectTime::fromMilliseconds(milliseconds);
-}
-
-TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds, std::int64_t permille) {
-    return {Uuid::random(), ProjectTimeRange::fromStartEnd(ms(startMilliseconds), ms(endMilliseconds)),
-            TimelinePlaybackRate{permille}};
-}
+using testing::ms;
+using testing::segment;
 
 using testing::fileTreeState;
 
@@ -56,7 +43,8 @@ protected:
         const TimelineState current =
             store.readTimelineState(recorded.package, recorded.manifest.duration, false);
         EditTimeline timeline = current.timeline;
-        timeline.segments = {segment(0, 1000, 1000), segment(1500, 2000, 2000), segment(2500, 3000, 1000)};
+        timeline.segments = {segment(ms(0), ms(1000), 1000), segment(ms(1500), ms(2000), 2000),
+                             segment(ms(2500), ms(3000), 1000)};
         ZoomSegment zoom;
         zoom.id = Uuid::random();
         zoom.startTime = ms(200);
@@ -64,7 +52,6 @@ protected:
         zoom.holdEndTime = ms(600);
         zoom.endTime = ms(800);
         zoom.scale = 2;
-        zoom.focusPoint = TimelineEffectEngine::constrainedFocus({0.9, 0.2}, zoom.scale);
         timeline.zooms = {zoom};
         store.commitTimeline(timeline, current.digest, std::nullopt, recorded.package);
         return timeline;
@@ -86,9 +73,15 @@ std::set<std::string> keysOf(const Json& response) {
     return keys;
 }
 
-TEST_F(ReadCommandsEndToEnd, DescribeGivesTheProjectAndTheDigestOnDisk) {
+TEST_F(ReadCommandsEndToEnd, DescribeAndHistoryGiveTheDigestsOnDiskAndChangeNothing) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
+    const std::string original = diskDigest(recorded.package.timelineURL());
+    const Json empty = succeed({"history", prefixOf(recorded)});
+    EXPECT_EQ(empty, Json({{"protocolVersion", 1},
+                           {"projectID", recorded.manifest.id.string()},
+                           {"entries", Json::array()}}));
     const EditTimeline timeline = commitEditedTimeline(recorded);
+    const auto before = fileTreeState(recorded.package.rootURL);
 
     const ProcessResult result = cli({"describe", prefixOf(recorded)});
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
@@ -104,60 +97,33 @@ TEST_F(ReadCommandsEndToEnd, DescribeGivesTheProjectAndTheDigestOnDisk) {
                                "audio", "tracks", "clickMilliseconds", "captionCueCount", "timelineDigest"}));
     EXPECT_EQ(description["id"], recorded.manifest.id.string());
     EXPECT_EQ(description["packagePath"], recorded.package.rootURL.string());
-    EXPECT_EQ(description["segments"].size(), timeline.segments.size());
     ASSERT_EQ(description["zooms"].size(), 1u);
     EXPECT_EQ(description["zooms"][0]["id"], timeline.zooms[0].id.string());
-    EXPECT_EQ(description["clickMilliseconds"].size(), 2u);
+    EXPECT_EQ(description["timelineDigest"], diskDigest(recorded.package.timelineURL()));
 
-    // The digest is that of the bytes on disk, and a commit takes it at once.
-    const std::string digest = description["timelineDigest"];
-    EXPECT_EQ(digest, diskDigest(recorded.package.timelineURL()));
-    EXPECT_NO_THROW(store.commitTimeline(timeline, digest, std::nullopt, recorded.package));
-}
-
-TEST_F(ReadCommandsEndToEnd, HistoryNumbersTheKeptTimelinesNewestFirst) {
-    const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
-    const std::string id = recorded.manifest.id.string();
-
-    const Json empty = succeed({"history", prefixOf(recorded)});
-    EXPECT_EQ(empty, Json({{"protocolVersion", 1}, {"projectID", id}, {"entries", Json::array()}}));
-
-    const std::string original = diskDigest(recorded.package.timelineURL());
-    commitEditedTimeline(recorded);
-    const std::string edited = diskDigest(recorded.package.timelineURL());
-    commitEditedTimeline(recorded);
-
-    const Json history = succeed({"history", prefixOf(recorded)});
-    EXPECT_EQ(history["projectID"], id);
-    const Json& entries = history["entries"];
-    ASSERT_EQ(entries.size(), 2u);
+    const Json entries = succeed({"history", prefixOf(recorded)})["entries"];
+    ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0]["index"], 0);
-    EXPECT_EQ(entries[0]["timelineDigest"], edited);
-    EXPECT_EQ(entries[1]["index"], 1);
-    EXPECT_EQ(entries[1]["timelineDigest"], original);
-    for (const Json& entry : entries) {
-        const fs::path file =
-            recorded.package.timelineHistoryDirectory() / entry["fileName"].get<std::string>();
-        EXPECT_EQ(entry["timelineDigest"], diskDigest(file));
-    }
+    EXPECT_EQ(entries[0]["timelineDigest"], original);
+    EXPECT_EQ(
+        diskDigest(recorded.package.timelineHistoryDirectory() / entries[0]["fileName"].get<std::string>()),
+        original);
+    succeed({"captions-read", prefixOf(recorded)});
+    EXPECT_EQ(fileTreeState(recorded.package.rootURL), before);
 }
 
-TEST_F(ReadCommandsEndToEnd, CaptionsReadWithoutCaptionsGivesTheHint) {
-    const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
-    const Json response = succeed({"captions-read", prefixOf(recorded)});
-    EXPECT_EQ(response, Json({{"protocolVersion", 1},
-                              {"projectID", recorded.manifest.id.string()},
-                              {"timeDomain", "source milliseconds"},
-                              {"timelineDigest", diskDigest(recorded.package.timelineURL())},
-                              {"captionsDigest", sha256Hex("")},
-                              {"cues", Json::array()},
-                              {"hint", "当前项目没有字幕，请先执行captions-prepare。"}}));
-}
-
-TEST_F(ReadCommandsEndToEnd, CaptionsReadListsEveryCue) {
+TEST_F(ReadCommandsEndToEnd, CaptionsReadGivesTheHintThenListsEveryCue) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     commitEditedTimeline(recorded);
     const std::string timelineDigest = diskDigest(recorded.package.timelineURL());
+    EXPECT_EQ(succeed({"captions-read", prefixOf(recorded)}),
+              Json({{"protocolVersion", 1},
+                    {"projectID", recorded.manifest.id.string()},
+                    {"timeDomain", "source milliseconds"},
+                    {"timelineDigest", timelineDigest},
+                    {"captionsDigest", sha256Hex("")},
+                    {"cues", Json::array()},
+                    {"hint", "当前项目没有字幕，请先执行captions-prepare。"}}));
 
     CaptionDocument document;
     document.sourceTrack = MediaTrackKind::microphone;
@@ -173,9 +139,7 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadListsEveryCue) {
 
     const Json response = succeed({"captions-read", prefixOf(recorded)});
     EXPECT_EQ(response["captionsDigest"], diskDigest(recorded.package.captionsURL()));
-    EXPECT_EQ(response["timelineDigest"], timelineDigest);
     EXPECT_EQ(response["language"], "zh-Hans");
-    EXPECT_EQ(response["sourceTrack"], "microphone");
     EXPECT_FALSE(response.contains("hint"));
 
     const Json& cues = response["cues"];
@@ -183,7 +147,6 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadListsEveryCue) {
     EXPECT_EQ(keysOf(cues[0]),
               (std::set<std::string>{"id", "sourceStartMilliseconds", "sourceEndMilliseconds",
                                      "sequenceRanges", "text", "words", "highlights"}));
-    EXPECT_EQ(cues[0]["id"], document.cues[0].id.string());
     EXPECT_EQ(cues[0]["text"], "你好，世界");
     // A cue that was cut away is listed all the same.
     EXPECT_EQ(cues[1]["sequenceRanges"], Json::array());
@@ -191,16 +154,6 @@ TEST_F(ReadCommandsEndToEnd, CaptionsReadListsEveryCue) {
     const Json description = succeed({"describe", prefixOf(recorded)});
     EXPECT_EQ(description["captionCueCount"], 3);
     EXPECT_EQ(description["captionLanguage"], "zh-Hans");
-}
-
-TEST_F(ReadCommandsEndToEnd, ReadCommandsChangeNothingOnDisk) {
-    const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
-    commitEditedTimeline(recorded);
-    const auto before = fileTreeState(recorded.package.rootURL);
-    for (const char* command : {"describe", "history", "captions-read"}) {
-        succeed({command, prefixOf(recorded)});
-    }
-    EXPECT_EQ(fileTreeState(recorded.package.rootURL), before);
 }
 
 TEST_F(ReadCommandsEndToEnd, UnknownAndAmbiguousPrefixesExitTwo) {
@@ -214,46 +167,30 @@ TEST_F(ReadCommandsEndToEnd, UnknownAndAmbiguousPrefixesExitTwo) {
         EXPECT_EQ(ambiguous.exitCode, 2) << command;
         EXPECT_EQ(ambiguous.standardOutput, "");
         EXPECT_EQ(json::parse(ambiguous.standardError)["error"], "project_not_found");
-        EXPECT_EQ(json::parse(ambiguous.standardError)["message"], "项目ID前缀不唯一：1a2b");
-
-        const ProcessResult unknown = cli({command, "ffff"});
-        EXPECT_EQ(unknown.exitCode, 2) << command;
-        EXPECT_EQ(json::parse(unknown.standardError)["message"], "找不到项目：ffff");
+        EXPECT_EQ(cli({command, "ffff"}).exitCode, 2) << command;
     }
-    // A prefix that names one project resolves; the placeholder media then
-    // fails the command.
-    const ProcessResult found = cli({"describe", "1a2b3c"});
-    EXPECT_EQ(found.exitCode, 5);
-    EXPECT_EQ(json::parse(found.standardError)["error"], "execution");
 }
 
-TEST_F(ReadCommandsEndToEnd, MediaThatLostAPromisedTrackFailsWithTheResolversText) {
+TEST_F(ReadCommandsEndToEnd, MissingMediaTrackExitsFiveAndInvalidTimelineExitsFour) {
     const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
     // The microphone (track 2 of the manifest) is gone from the file.
     testing::RecordingMovieOptions movie = threeSecondRecording().movie;
     movie.microphone.reset();
     testing::writeRecordingMovie(recorded.package.mediaURL(), movie);
-
     const ProcessResult result = cli({"describe", prefixOf(recorded)});
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(result.standardOutput, "");
-    const Json error = json::parse(result.standardError);
-    EXPECT_EQ(error["error"], "execution");
-    EXPECT_EQ(error["message"], "项目媒体缺少 Manifest 指定的第 2 条轨道。");
-}
+    EXPECT_EQ(json::parse(result.standardError)["message"], "项目媒体缺少 Manifest 指定的第 2 条轨道。");
 
-TEST_F(ReadCommandsEndToEnd, AnInvalidTimelineIsAValidationFailure) {
-    const auto recorded = testing::makeRecordedPackage(store, threeSecondRecording());
+    // The timeline is checked before the media.
     EditTimeline timeline = store.readTimeline(recorded.package, recorded.manifest.duration, false);
-    timeline.segments = {segment(0, 1500, 1000), segment(1000, 2000, 1000)};
+    timeline.segments = {segment(ms(0), ms(1500), 1000), segment(ms(1000), ms(2000), 1000)};
     writeFileAtomically(recorded.package.timelineURL(), json::encodeDocument(timeline));
-
     for (const char* command : {"describe", "captions-read"}) {
-        const ProcessResult result = cli({command, prefixOf(recorded)});
-        EXPECT_EQ(result.exitCode, 4) << command;
-        const Json error = json::parse(result.standardError);
-        EXPECT_EQ(error["error"], "validation");
-        EXPECT_EQ(error["message"], "时间轴片段不能重叠。");
+        const ProcessResult invalid = cli({command, prefixOf(recorded)});
+        EXPECT_EQ(invalid.exitCode, 4) << command;
+        EXPECT_EQ(json::parse(invalid.standardError)["error"], "validation");
+        EXPECT_EQ(json::parse(invalid.standardError)["message"], "时间轴片段不能重叠。");
     }
 }
 

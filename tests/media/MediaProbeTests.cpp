@@ -3,7 +3,6 @@
 #include "support/TemporaryDirectory.h"
 
 #include <cmath>
-#include <fstream>
 #include <gtest/gtest.h>
 
 namespace rilo {
@@ -31,18 +30,14 @@ TEST(MediaProbe, ReadsTheTracksOfARecordingInTheOrderTheRecorderAddsThem) {
     EXPECT_TRUE(info.hasVideoTrack());
     ASSERT_EQ(info.tracks.size(), 4u);
     for (std::size_t index = 0; index < info.tracks.size(); ++index) {
-        const auto& track = info.tracks[index];
-        SCOPED_TRACE(index);
-        EXPECT_EQ(track.index, static_cast<std::int64_t>(index));
-        EXPECT_EQ(track.timeRange.start, ProjectTime::zero());
-        expectNear(track.timeRange.end(), ProjectTime::fromSeconds(3), 2 * oneMillisecond);
+        EXPECT_EQ(info.tracks[index].index, static_cast<std::int64_t>(index));
+        expectNear(info.tracks[index].timeRange.end(), ProjectTime::fromSeconds(3), 2 * oneMillisecond);
     }
 
     const auto& screen = info.tracks[0];
     EXPECT_EQ(screen.mediaType, MediaType::video);
     EXPECT_EQ(screen.codecName, layout.videoCodecName);
     EXPECT_EQ(screen.pixelSize, PixelSize(320, 180));
-    EXPECT_FALSE(screen.sampleRate.has_value());
     const auto& webcam = info.tracks[1];
     EXPECT_EQ(webcam.mediaType, MediaType::video);
     EXPECT_EQ(webcam.pixelSize, PixelSize(160, 120));
@@ -51,25 +46,7 @@ TEST(MediaProbe, ReadsTheTracksOfARecordingInTheOrderTheRecorderAddsThem) {
         EXPECT_EQ(audio.codecName, "aac");
         EXPECT_EQ(audio.sampleRate, 48'000);
         EXPECT_EQ(audio.channelCount, 2);
-        EXPECT_FALSE(audio.pixelSize.has_value());
     }
-}
-
-TEST(MediaProbe, FollowsTheSizeRateAndLengthOfTheMovie) {
-    testing::TemporaryDirectory directory;
-    const auto path = directory / "screen-only.mov";
-    RecordingMovieOptions spec;
-    spec.duration = ProjectTime::fromMilliseconds(2'000);
-    spec.screen = VideoTrackOptions{PixelSize(640, 360), 25};
-    spec.systemAudio.reset();
-    spec.microphone.reset();
-    spec.fragmented = false;
-    testing::writeRecordingMovie(path, spec);
-
-    const MediaFileInfo info = probeMediaFile(path);
-    ASSERT_EQ(info.tracks.size(), 1u);
-    EXPECT_EQ(info.tracks[0].pixelSize, PixelSize(640, 360));
-    expectNear(info.duration, ProjectTime::fromSeconds(2), 2 * oneMillisecond);
 }
 
 TEST(MediaProbe, ARecordingCutOffAfterSomeFragmentsKeepsWhatIsWhole) {
@@ -101,19 +78,21 @@ TEST(MediaProbe, WhatIsNoReadableMovieCannotBeOpened) {
     };
 
     expectCannotOpen(directory / "missing.mov");
-    const auto empty = directory / "empty.mov";
-    std::ofstream(empty).close();
-    expectCannotOpen(empty);
-    const auto text = directory / "text.mov";
-    std::ofstream(text) << "this is no movie, only a few words of text";
-    expectCannotOpen(text);
 
     // Without fragments the track descriptions come last, so a file that
     // stops halfway has none.
     const auto truncated = directory / "truncated.mov";
     RecordingMovieOptions spec;
+    spec.duration = ProjectTime::fromMilliseconds(2'000);
+    spec.screen = VideoTrackOptions{PixelSize(640, 360), 25};
+    spec.systemAudio.reset();
+    spec.microphone.reset();
     spec.fragmented = false;
     testing::writeRecordingMovie(truncated, spec);
+    const MediaFileInfo whole = probeMediaFile(truncated);
+    ASSERT_EQ(whole.tracks.size(), 1u);
+    EXPECT_EQ(whole.tracks[0].pixelSize, PixelSize(640, 360));
+    expectNear(whole.duration, ProjectTime::fromSeconds(2), 2 * oneMillisecond);
     std::filesystem::resize_file(truncated, std::filesystem::file_size(truncated) / 2);
     expectCannotOpen(truncated);
 }

@@ -48,8 +48,6 @@ struct RecordingMovieOptions {
     ProjectTime keyframeInterval = ProjectTime::fromSeconds(1);
 };
 
-// The earlier name, until the describe benchmark moves to the new one.
-
 // Where each track landed, in the form the manifest records it.
 struct RecordingMovieLayout {
     std::vector<MediaTrack> tracks;
@@ -66,7 +64,7 @@ struct RecordingMovieLayout {
 };
 
 // Writes the movie, replacing any file at the path. Throws MediaFixtureError
-// when an option is out of range or FFmpeg fails.
+// when FFmpeg fails.
 RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path,
                                          const RecordingMovieOptions& options = {});
 

@@ -62,15 +62,14 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
         for (const auto& [name, value] : options.environment) {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
+        std::vector<std::string> words{program.string()};
+        words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> argv;
-        std::string programPath = program.string();
-        argv.push_back(programPath.data());
-        std::vector<std::string> copies = arguments;
-        for (auto& argument : copies) {
-            argv.push_back(argument.data());
+        for (auto& word : words) {
+            argv.push_back(word.data());
         }
         argv.push_back(nullptr);
-        ::execv(programPath.c_str(), argv.data());
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     }
     ::close(out[1]);

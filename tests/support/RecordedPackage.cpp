@@ -90,17 +90,13 @@ RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOp
     RecordingOptions options;
     options.capturesSystemAudio = spec.movie.systemAudio.has_value();
     options.capturesMicrophone = spec.movie.microphone.has_value();
-    options.capturesWebcam = spec.movie.webcam.has_value();
     std::optional<MicrophoneDeviceDescriptor> microphone;
     if (spec.movie.microphone) {
         microphone = MicrophoneDeviceDescriptor{"test-microphone", "测试麦克风", true};
     }
-    std::optional<WebcamCaptureConfiguration> webcam;
-    if (spec.movie.webcam) {
-        webcam = WebcamCaptureConfiguration{"test-webcam", "测试摄像头", spec.movie.webcam->pixelSize,
-                                            spec.movie.webcam->framesPerSecond};
-    }
-    auto [package, manifest] = store.create(source, options, spec.movie.screen.pixelSize, microphone, webcam);
+    // The movie's layout below sets the manifest's webcam, when there is one.
+    auto [package, manifest] =
+        store.create(source, options, spec.movie.screen.pixelSize, microphone, std::nullopt);
 
     const RecordingMovieLayout layout = writeRecordingMovie(package.mediaURL(), spec.movie);
     layout.applyTo(manifest);

@@ -20,7 +20,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace rilo::testing {
 
@@ -95,14 +94,6 @@ protected:
     }
 
     std::string timelineBytes() const { return readFileBytes(package.timelineURL()); }
-
-    std::vector<std::string> historyBytes() const {
-        std::vector<std::string> contents;
-        for (const auto& entry : store.timelineHistory(package)) {
-            contents.push_back(readFileBytes(entry.fileURL));
-        }
-        return contents;
-    }
 
     // History names carry the time to the millisecond: commits whose order a
     // test checks are kept apart by more than that.

@@ -45,11 +45,14 @@ protected:
         }
     }
 
+    // A new recording of the display with the default options.
+    ProjectStore::CreatedProject unfinished() {
+        return store.create(display(), RecordingOptions{}, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+    }
+
     // A finished package with a valid timeline over its duration.
     ProjectPackage finishedPackage(ProjectTime duration = ProjectTime::fromSeconds(10)) {
-        RecordingOptions options;
-        auto [package, manifest] =
-            store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+        auto [package, manifest] = unfinished();
         manifest.duration = duration;
         std::ofstream(package.mediaURL()) << "media";
         return store.finish(package, manifest);
@@ -75,19 +78,15 @@ TEST_F(ProjectLifeTest, CreateLaysOutANewRecording) {
               EditTimeline::empty());
     // Unfinished packages are not listed.
     EXPECT_TRUE(store.recentProjects().empty());
-}
 
-TEST_F(ProjectLifeTest, AWebcamTakesTrackOneAndTheAudioFollows) {
-    RecordingOptions options;
+    // A webcam takes track one and the audio follows.
     options.capturesSystemAudio = false;
     options.capturesWebcam = true;
     const auto created = store.create(display(), options, PixelSize(1920, 1080), std::nullopt,
                                       WebcamCaptureConfiguration{"cam", "摄像头", PixelSize(1280, 720), 30});
     EXPECT_EQ(created.manifest.media.tracks,
               (std::vector<MediaTrack>{{MediaTrackKind::screen, 0}, {MediaTrackKind::microphone, 2}}));
-    ASSERT_TRUE(created.manifest.webcam.has_value());
     EXPECT_EQ(created.manifest.webcam->trackIndex, 1);
-    EXPECT_FALSE(created.manifest.microphone.has_value());
 }
 
 TEST_F(ProjectLifeTest, ADeviceRecordingGetsTheDefaultFrameOfItsSize) {
@@ -111,10 +110,8 @@ TEST_F(ProjectLifeTest, ADeviceRecordingGetsTheDefaultFrameOfItsSize) {
         json::decodeDocument<EditTimeline>(readFileBytes(unframed.package.timelineURL())).deviceFrame);
 }
 
-TEST_F(ProjectLifeTest, FinishMovesToTheFinalNameReplacingWhatIsThere) {
-    const RecordingOptions options;
-    auto [package, manifest] =
-        store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+TEST_F(ProjectLifeTest, FinishMovesToTheFinalNameAndMarkFailedKeepsTheOld) {
+    auto [package, manifest] = unfinished();
     const fs::path finalURL = library / (manifest.id.string() + ".rilo");
     fs::create_directories(finalURL / "stale");
     std::ofstream(package.mediaURL()) << "media";
@@ -127,49 +124,35 @@ TEST_F(ProjectLifeTest, FinishMovesToTheFinalNameReplacingWhatIsThere) {
     const ProjectManifest written = store.readManifest(finished);
     EXPECT_EQ(written.state, ProjectState::completed);
     EXPECT_EQ(written.duration, ProjectTime::fromSeconds(4));
-    ASSERT_EQ(store.recentProjects().size(), 1u);
     EXPECT_EQ(store.project(manifest.id.string().substr(0, 6)), finished);
-}
 
-TEST_F(ProjectLifeTest, MarkFailedKeepsTheUnfinishedName) {
-    const RecordingOptions options;
-    const auto [package, manifest] =
-        store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
-    store.markFailed(package, manifest, "磁盘已满");
-    const ProjectManifest failed = store.readManifest(package);
-    EXPECT_EQ(failed.state, ProjectState::failed);
-    EXPECT_EQ(failed.failureReason, "磁盘已满");
-    EXPECT_TRUE(fs::exists(package.rootURL));
+    // A failed recording keeps its unfinished name.
+    const auto [failing, failingManifest] = unfinished();
+    store.markFailed(failing, failingManifest, "磁盘已满");
+    EXPECT_EQ(store.readManifest(failing).state, ProjectState::failed);
+    EXPECT_EQ(store.readManifest(failing).failureReason, "磁盘已满");
 }
 
 TEST_F(ProjectLifeTest, DeleteRemovesOnlyFinishedPackagesOfTheLibrary) {
     const ProjectPackage finished = finishedPackage();
-    const RecordingOptions options;
-    const auto unfinished =
-        store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+    const auto recording = unfinished();
     const fs::path outside = root / "Elsewhere" / "6F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo";
     fs::create_directories(outside);
-    const fs::path nested = library / "sub" / "6F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo";
-    fs::create_directories(nested);
 
-    expectInvalidLocation([&] { store.deleteProject(unfinished.package); });
+    expectInvalidLocation([&] { store.deleteProject(recording.package); });
     expectInvalidLocation([&] { store.deleteProject(ProjectPackage{outside}); });
-    expectInvalidLocation([&] { store.deleteProject(ProjectPackage{nested}); });
     expectInvalidLocation([&] {
         store.deleteProject(ProjectPackage{library / "sub" / ".." / ".." / "Elsewhere" / outside.filename()});
     });
-    EXPECT_TRUE(fs::exists(unfinished.package.rootURL));
+    EXPECT_TRUE(fs::exists(recording.package.rootURL));
     EXPECT_TRUE(fs::exists(outside));
-    EXPECT_TRUE(fs::exists(nested));
 
     store.deleteProject(ProjectPackage{library / "." / finished.rootURL.filename()});
     EXPECT_FALSE(fs::exists(finished.rootURL));
 }
 
 TEST_F(ProjectLifeTest, DiscardRefusesEverythingButAnUnfinishedUUIDPackageOfTheLibrary) {
-    const RecordingOptions options;
-    const auto recording =
-        store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+    const auto recording = unfinished();
     const fs::path notUUID = library / "abc.rilo.tmp";
     fs::create_directories(notUUID);
     const fs::path outside = root / "6F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo.tmp";
@@ -177,7 +160,7 @@ TEST_F(ProjectLifeTest, DiscardRefusesEverythingButAnUnfinishedUUIDPackageOfTheL
     const fs::path link = library / "7F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo.tmp";
     fs::create_directory_symlink(outside, link);
     const ProjectPackage finished = finishedPackage();
-    const auto blocked = store.create(display(), options, PixelSize(1920, 1080), std::nullopt, std::nullopt);
+    const auto blocked = unfinished();
     const fs::path blockedTarget = library / (blocked.manifest.id.string() + ".rilo.discarding");
     fs::create_directories(blockedTarget);
 
@@ -213,43 +196,26 @@ TEST_F(ProjectLifeTest, CleanupRemovesOnlyDiscardingUUIDPackages) {
     EXPECT_TRUE(fs::exists(target));
 }
 
-TEST_F(ProjectLifeTest, CanvasBackgroundsAreContentAddressed) {
+TEST_F(ProjectLifeTest, CanvasBackgroundsAreContentAddressedAndAChangedOneIsDropped) {
     const ProjectPackage package = finishedPackage();
     const std::string image = "\xFF\xD8 not really a jpeg";
     const std::string id = sha256Hex(image);
     CanvasBackgroundImage descriptor{id, "assets/backgrounds/" + id + ".jpg", PixelSize(2, 2),
                                      CanvasBackgroundImageSource::uploaded, std::nullopt};
-    store.writeCanvasBackgroundAsset({descriptor, image}, package);
-    EXPECT_EQ(readFileBytes(package.canvasBackgroundsDirectory() / (id + ".jpg")), image);
-
     auto wrongPath = descriptor;
     wrongPath.relativePath = "assets/backgrounds/../" + id + ".jpg";
-    auto upperCase = descriptor;
-    for (auto& c : upperCase.id) {
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
-    upperCase.relativePath = "assets/backgrounds/" + upperCase.id + ".jpg";
-    for (const auto& bad : {wrongPath, upperCase}) {
-        expectInvalidLocation([&] { store.writeCanvasBackgroundAsset({bad, image}, package); });
-    }
+    expectInvalidLocation([&] { store.writeCanvasBackgroundAsset({wrongPath, image}, package); });
     expectInvalidLocation([&] { store.writeCanvasBackgroundAsset({descriptor, image + "x"}, package); });
-}
 
-TEST_F(ProjectLifeTest, SnapshotDropsAChangedBackgroundImageWithoutFailing) {
-    const ProjectPackage package = finishedPackage();
-    const std::string image = "background bytes";
-    const std::string id = sha256Hex(image);
-    const CanvasBackgroundImage descriptor{id, "assets/backgrounds/" + id + ".jpg", PixelSize(2, 2),
-                                           CanvasBackgroundImageSource::uploaded, std::nullopt};
     store.writeCanvasBackgroundAsset({descriptor, image}, package);
     EditTimeline timeline = EditTimeline::empty();
     timeline.canvas.image = descriptor;
     store.writeTimeline(timeline, package);
-
     const ProjectSnapshot intact = store.loadSnapshot(package);
     ASSERT_EQ(intact.canvasBackgroundAssets.size(), 1u);
     EXPECT_EQ(intact.canvasBackgroundAssets[0].imageData, image);
 
+    // A changed image is left out of the snapshot without failing it.
     writeFileAtomically(package.canvasBackgroundsDirectory() / (id + ".jpg"), "changed");
     const ProjectSnapshot changed = store.loadSnapshot(package);
     EXPECT_TRUE(changed.canvasBackgroundAssets.empty());

@@ -4,6 +4,7 @@
 #include "support/BuildCatalog.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cmath>
@@ -34,15 +35,7 @@ void validate(const EditTimeline& timeline, ProjectTime sourceDuration = tenSeco
     TimelineValidator::validate(timeline, sourceDuration, buildCatalogProvider());
 }
 
-template <typename Error, typename Body>
-std::optional<Error> thrown(Body body) {
-    try {
-        body();
-    } catch (const Error& error) {
-        return error;
-    }
-    return std::nullopt;
-}
+using testing::thrown;
 
 std::optional<TimelineValidationError> validationError(const EditTimeline& timeline,
                                                        ProjectTime sourceDuration = tenSeconds) {

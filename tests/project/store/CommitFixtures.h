@@ -12,6 +12,7 @@
 #include "support/BuildCatalog.h"
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <chrono>
 #include <cstdint>
@@ -69,16 +70,6 @@ inline CaptionDocument numberedCaptions(int n, ProjectTime cueEnd = ProjectTime:
                       {},
                       {}}};
     return document;
-}
-
-template <typename Error, typename Body>
-std::optional<Error> thrown(Body body) {
-    try {
-        body();
-    } catch (const Error& error) {
-        return error;
-    }
-    return std::nullopt;
 }
 
 class CommitTest : public ::testing::Test {

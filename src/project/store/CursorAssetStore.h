@@ -11,8 +11,8 @@
 // the next call retries. The descriptor is written after its image: a crash in
 // between leaves an image that nothing refers to, which does no harm.
 
-#include "project/document/CursorAssetPayload.h"
 #include "project/document/ProjectManifest.h"
+#include "project/store/CursorAssetPayload.h"
 #include "shared/Geometry.h"
 
 #include <filesystem>

@@ -5,9 +5,9 @@
 
 #include "project/caption/CaptionDocument.h"
 #include "project/document/CaptureSamples.h"
-#include "project/document/CursorAssetPayload.h"
 #include "project/document/EditTimeline.h"
 #include "project/document/ProjectManifest.h"
+#include "project/store/CursorAssetPayload.h"
 
 #include <filesystem>
 #include <optional>

@@ -260,7 +260,7 @@ TEST(TimelineMapperPointMapping, CutsMapToNothingButToTheNextKeptBoundaryAndIdsF
 // ---------------------------------------------------------------------------
 // Ranges
 
-TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndWholeSegmentsAreRetained) {
+TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndDeltasMoveAtTheRate) {
     const CutTimeline fixture;
     const TimelineMapper& mapper = fixture.mapper;
     // 1.5-2 s of A and 3-4 s of B, which plays at 2x.
@@ -316,14 +316,8 @@ TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndWholeSegment
     EXPECT_TRUE(mapper.retainsEntireSourceRange(range(ms(3'000), ms(3'000))));
     EXPECT_FALSE(mapper.retainsEntireSourceRange(range(ms(1'000), ms(3'000))));
     EXPECT_TRUE(mapper.retainsEntireSourceRange(range(ms(2'500), ms(0))));
-}
 
-// ---------------------------------------------------------------------------
-// Sequence deltas
-
-TEST(TimelineMapperDelta, ADeltaMovesAtTheSegmentsRateWithoutClamping) {
-    const CutTimeline fixture;
-    const TimelineMapper& mapper = fixture.mapper;
+    // A sequence delta moves at the segment's rate, without clamping.
     // Past B's end and into C: the caller clamps.
     EXPECT_EQ(mapper.sourceTimeByApplyingSequenceDelta(2'000'000'000, ms(4'000), fixture.b.id), ms(8'000));
     // The magnitude is rounded before the sign is restored: 61.5 ns either way.

@@ -165,7 +165,7 @@ TEST(TimelineEditTrimTests, TrimsMoveOneEndBetweenTheNeighboursAndOneFrame) {
     }
 }
 
-TEST(TimelineEditTrimTests, TrimsAndCutsDropAnnotationsThatNoLongerShowAndKeepZooms) {
+TEST(TimelineEditTrimTests, TrimsCutsAndDeletesDropAnnotationsThatNoLongerShowAndKeepZooms) {
     ThreeSegments fixture;
     const AnnotationElement before = annotation(ms(100), ms(600), 0);
     const AnnotationElement early = annotation(ms(6'200), ms(6'800), 1);
@@ -180,10 +180,8 @@ TEST(TimelineEditTrimTests, TrimsAndCutsDropAnnotationsThatNoLongerShowAndKeepZo
     const EditTimeline cut = checked(removing({between(ms(6'000), ms(7'000))})(fixture.timeline));
     EXPECT_EQ(cut.annotations, (std::vector<AnnotationElement>{before, across, late}));
     EXPECT_EQ(cut.zooms, fixture.timeline.zooms) << "zooms are reconciled elsewhere";
-}
 
-TEST(TimelineEditRippleDeleteTests, RemovesTheSegmentAndTheRestClosesUp) {
-    ThreeSegments fixture;
+    // A ripple delete removes the segment and the rest closes up.
     const AnnotationElement onB = annotation(ms(3'500), ms(4'500), 0);
     const AnnotationElement acrossTheGap = annotation(ms(4'500), ms(6'500), 1);
     fixture.timeline.annotations = {onB, acrossTheGap};

@@ -187,7 +187,7 @@ TEST(TimelineEffectZoomDragging, AStartDraggedOverThePreviousZoomStopsAtItsEnd) 
     EXPECT_EQ(fallOf(zoom), fallNanoseconds);
 }
 
-TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
+TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrameAndScaleAndFocusStayConstrained) {
     const EditTimeline timeline = withZoomsAt({{3000, 5000}});
     const Uuid id = timeline.zooms[0].id;
 
@@ -202,6 +202,16 @@ TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrame) {
     const ZoomSegment& end = Effects::updateZoomEnd(timeline, id, ms(100), tenSeconds).zooms[0];
     EXPECT_EQ(end.endTime, ms(3000) + frameLength);
     EXPECT_LE(end.focusTime, end.holdEndTime);
+
+    // Scale and focus stay constrained.
+    const ZoomSegment deeper = Effects::updateZoomScale(timeline, id, 9, tenSeconds).zooms[0];
+    EXPECT_EQ(deeper.scale, 3);
+    EXPECT_EQ(deeper.focusPoint, (PointValue{0.3, 0.6}));
+    EXPECT_EQ(Effects::updateZoomScale(timeline, id, 0, tenSeconds).zooms[0].focusPoint,
+              (PointValue{0.5, 0.5}));
+
+    const ZoomSegment corner = Effects::updateZoomFocus(timeline, id, {-1, 2}, tenSeconds).zooms[0];
+    EXPECT_EQ(corner.focusPoint, (PointValue{0.25, 0.75}));
 }
 
 TEST(TimelineEffectZoomDragging, EndsAndMovesStopAtNeighboursAndTheSource) {
@@ -225,20 +235,6 @@ TEST(TimelineEffectZoomDragging, EndsAndMovesStopAtNeighboursAndTheSource) {
     EXPECT_EQ(zoomAfter(0, move, -3000).startTime, ProjectTime::zero());
     EXPECT_EQ(zoomAfter(0, updateEnd, 4500).endTime, ms(3000));
     EXPECT_EQ(zoomAfter(2, updateEnd, 12'000).endTime, tenSeconds);
-}
-
-TEST(TimelineEffectZoomDragging, ScaleAndFocusStayConstrained) {
-    const EditTimeline timeline = withZoomsAt({{1000, 2000}});
-    const Uuid id = timeline.zooms[0].id;
-
-    const ZoomSegment deeper = Effects::updateZoomScale(timeline, id, 9, tenSeconds).zooms[0];
-    EXPECT_EQ(deeper.scale, 3);
-    EXPECT_EQ(deeper.focusPoint, (PointValue{0.3, 0.6}));
-    EXPECT_EQ(Effects::updateZoomScale(timeline, id, 0, tenSeconds).zooms[0].focusPoint,
-              (PointValue{0.5, 0.5}));
-
-    const ZoomSegment corner = Effects::updateZoomFocus(timeline, id, {-1, 2}, tenSeconds).zooms[0];
-    EXPECT_EQ(corner.focusPoint, (PointValue{0.25, 0.75}));
 }
 
 // ---- Webcam full screen ----

@@ -177,7 +177,7 @@ TEST(TimelineSettingsKeys, UnreadableValuesAreRefusedNamingTheKey) {
     }
 }
 
-TEST(TimelineSettingsKeys, UnknownKeysAndWebcamKeysWithoutMediaAreRefused) {
+TEST(TimelineSettingsKeys, UnknownAndWebcamKeysWithoutMediaAreRefusedAndTheFirstFailureInKeyOrderWins) {
     for (const std::string key : {"canvas.preset", "Canvas.aspect"}) {
         SCOPED_TRACE(key);
         const std::optional<TimelineSettingsError> error = failureOf({{key, "1"}});
@@ -196,9 +196,8 @@ TEST(TimelineSettingsKeys, UnknownKeysAndWebcamKeysWithoutMediaAreRefused) {
     }
     // Keys of other members do not care.
     EXPECT_EQ(apply({{"cursor.scale", "2"}}, {}, false).cursor.scale, 2);
-}
 
-TEST(TimelineSettingsOrder, KeysApplyInAscendingOrderAndTheFirstFailureWins) {
+    // Keys apply in ascending order and the first failure wins.
     const std::optional<TimelineSettingsError> error =
         failureOf({{"webcam.x", "bad"}, {"cursor.show", "maybe"}, {"canvas.aspect", "16:9"}});
     ASSERT_TRUE(error.has_value());
@@ -241,19 +240,14 @@ TEST(TimelineSettingsWebcam, APlacementIsKeptOnTheCanvasAndOnlyPlacementKeysMove
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.x, 1 - 9.0 / 16.0 * 0.2);
     EXPECT_DOUBLE_EQ(grown.webcamOverlay->center.y, 0.8);
 
-    EditTimeline timeline;
-    timeline.webcamOverlay = WebcamOverlay::defaultValue();
-    timeline.webcamOverlay->center = {0.99, 0.99};
-
-    const EditTimeline aspectOnly = apply({{"canvas.aspect", "9:16"}}, timeline);
-    EXPECT_EQ(aspectOnly.webcamOverlay, timeline.webcamOverlay);
+    // Other keys leave the same placement where it is.
+    EXPECT_EQ(apply({{"canvas.aspect", "9:16"}}, atEdge).webcamOverlay, atEdge.webcamOverlay);
     for (const auto& [key, value] : Settings{{"webcam.border-width", "12"}, {"webcam.show", "off"}}) {
         SCOPED_TRACE(key);
-        EXPECT_EQ(apply({{key, value}}, timeline).webcamOverlay->center, (PointValue{0.99, 0.99}));
+        EXPECT_EQ(apply({{key, value}}, atEdge).webcamOverlay->center, (PointValue{0.99, 0.99}));
     }
     // Without an overlay yet, the default one is the start.
-    EditTimeline none;
-    const EditTimeline shown = apply({{"webcam.border", "false"}}, none);
+    const EditTimeline shown = apply({{"webcam.border", "false"}});
     WebcamOverlay expected = WebcamOverlay::defaultValue();
     expected.showsBorder = false;
     EXPECT_EQ(shown.webcamOverlay, expected);

@@ -2,7 +2,6 @@
 #include "shared/ValueCodecs.h"
 
 #include <gtest/gtest.h>
-#include <string>
 
 namespace {
 
@@ -17,7 +16,7 @@ void expectSize(const PixelSize& size, std::int64_t width, std::int64_t height) 
     EXPECT_EQ(size.height, height);
 }
 
-TEST(PixelSizeTest, NormalisesToEvenEdgesScalesDownAndHasAPiecewiseLinearBitRate) {
+TEST(GeometryValueTest, SizesNormaliseScaleAndRateAndPointsClampToTheUnitSquare) {
     expectSize(PixelSize(1921, 1081), 1920, 1080);
     expectSize(PixelSize(1, -5), 2, 2);
     expectSize(PixelSize(0, 3), 2, 2);
@@ -32,9 +31,8 @@ TEST(PixelSizeTest, NormalisesToEvenEdgesScalesDownAndHasAPiecewiseLinearBitRate
     // Halfway along each segment: 2,880,000 and 5,990,400 pixels.
     EXPECT_EQ(PixelSize(2400, 1200).recommendedBitRate(), 18'000'000);
     EXPECT_EQ(PixelSize(3120, 1920).recommendedBitRate(), 37'000'000);
-}
 
-TEST(PointValueTest, ClampedKeepsEachCoordinateInTheUnitRange) {
+    // A clamped point keeps each coordinate in the unit range.
     EXPECT_EQ((PointValue{-0.25, 1.5}.clamped()), (PointValue{0, 1}));
     EXPECT_EQ((PointValue{0.3, 0.7}.clamped()), (PointValue{0.3, 0.7}));
 }
@@ -56,12 +54,7 @@ TEST(GeometryJsonTest, ValuesRoundTripAsStoredAndRequireEveryKey) {
     EXPECT_THROW(json::decodeDocument<PixelSize>(R"({"width":1920})"), json::DecodingError);
     EXPECT_THROW(json::decodeDocument<PointValue>(R"({"x":0.5})"), json::DecodingError);
     EXPECT_THROW(json::decodeDocument<SizeValue>(R"({"height":2})"), json::DecodingError);
-    try {
-        json::decodeDocument<RectValue>(R"({"x":0,"y":0,"width":1})");
-        ADD_FAILURE() << "a rectangle without height decoded";
-    } catch (const json::DecodingError& error) {
-        EXPECT_NE(error.message().find("height"), std::string::npos) << error.message();
-    }
+    EXPECT_THROW(json::decodeDocument<RectValue>(R"({"x":0,"y":0,"width":1})"), json::DecodingError);
 }
 
 } // namespace

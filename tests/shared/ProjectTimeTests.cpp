@@ -52,18 +52,15 @@ TEST(ProjectTimeDeathTest, OverflowStopsTheProcess) {
     EXPECT_DEATH((void)(largest * 2), "overflow");
 }
 
-TEST(ProjectTimeTest, JsonIsAnObjectWithNanoseconds) {
+TEST(ProjectTimeTest, TimesAndHalfOpenRangesCodeAsNanosecondObjects) {
     EXPECT_EQ(json::encodeDocument(ns(-1), json::JsonStyle::chunk), R"({"nanoseconds":-1})");
     const ProjectTime largest = ns(std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(json::decodeDocument<ProjectTime>(json::encodeDocument(largest)), largest);
     for (const char* refused : {"1500000000", "{}", R"({"nanoseconds":1.5})"}) {
         EXPECT_THROW(json::decodeDocument<ProjectTime>(refused), json::DecodingError) << refused;
     }
-}
 
-// ProjectTimeRange
-
-TEST(ProjectTimeRangeTest, IsHalfOpenIntersectsWhenOverlappingAndCodesStartAndDuration) {
+    // A range is half open, intersects when overlapping and codes its start and duration.
     const ProjectTimeRange r = range(1'000, 500);
     EXPECT_EQ(r.end(), ns(1'500));
     EXPECT_TRUE(r.contains(ns(1'000)));

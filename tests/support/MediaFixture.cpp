@@ -138,7 +138,7 @@ protected:
 class VideoTrackWriter final : public TrackWriter {
 public:
     VideoTrackWriter(AVFormatContext& output, const VideoTrackOptions& options, ProjectTime duration,
-                     ProjectTime keyframeInterval, bool barsMoveDown)
+                     bool barsMoveDown)
         : framesPerSecond_(options.framesPerSecond)
         , barsMoveDown_(barsMoveDown) {
         frameCount_ =
@@ -155,8 +155,8 @@ public:
         codec->time_base = AVRational{1, fps};
         codec->framerate = AVRational{fps, 1};
         codec->pix_fmt = AV_PIX_FMT_YUV420P;
-        codec->gop_size =
-            static_cast<int>(std::max<std::int64_t>(1, keyframeInterval.nanoseconds * fps / 1'000'000'000));
+        // One keyframe, and so one fragment, a second.
+        codec->gop_size = fps;
         codec->keyint_min = codec->gop_size;
         codec->max_b_frames = 0;
         codec->thread_count = 1;
@@ -331,12 +331,11 @@ RecordingMovieLayout writeRecordingMovie(const std::filesystem::path& path,
     layout.screenPixelSize = options.screen.pixelSize;
     layout.screenFramesPerSecond = options.screen.framesPerSecond;
     std::vector<std::unique_ptr<TrackWriter>> writers;
-    writers.push_back(std::make_unique<VideoTrackWriter>(*output, options.screen, options.duration,
-                                                         options.keyframeInterval, false));
+    writers.push_back(std::make_unique<VideoTrackWriter>(*output, options.screen, options.duration, false));
     layout.tracks.push_back({MediaTrackKind::screen, 0});
     if (options.webcam) {
-        writers.push_back(std::make_unique<VideoTrackWriter>(*output, *options.webcam, options.duration,
-                                                             options.keyframeInterval, true));
+        writers.push_back(
+            std::make_unique<VideoTrackWriter>(*output, *options.webcam, options.duration, true));
         layout.webcam = WebcamMediaInfo{1, "fixture-webcam", "Fixture Webcam", options.webcam->pixelSize,
                                         options.webcam->framesPerSecond};
     }

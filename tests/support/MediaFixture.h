@@ -41,11 +41,9 @@ struct RecordingMovieOptions {
     std::optional<AudioTrackOptions> microphone = AudioTrackOptions{220};
     // Fragmented like a live recording: the track descriptions come with the
     // first fragment and every keyframe opens a new fragment, so that a file
-    // cut short still plays up to its last whole fragment. An unfragmented
-    // file has its track descriptions at the end.
+    // cut short still plays up to its last whole fragment; keyframes come
+    // once a second. An unfragmented file has its track descriptions at the end.
     bool fragmented = true;
-    // Also the distance between fragments of a fragmented file.
-    ProjectTime keyframeInterval = ProjectTime::fromSeconds(1);
 };
 
 // Where each track landed, in the form the manifest records it.

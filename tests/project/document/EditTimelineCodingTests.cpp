@@ -61,7 +61,7 @@ EditTimeline fullTimeline() {
 
 // A document without a schema is of the first one; a stored canvas without a
 // radius predates the smaller default.
-TEST(EditTimelineCoding, MissingKeysTakeTheirDefaultsAndMissingIdsAreFresh) {
+TEST(EditTimelineCoding, MissingKeysTakeDefaultsOldWordsAreReadAndOffStepRatesFail) {
     const std::string text = R"({
         "canvas": {"background": "solid"},
         "cursor": {"scale": 2},
@@ -83,9 +83,8 @@ TEST(EditTimelineCoding, MissingKeysTakeTheirDefaultsAndMissingIdsAreFresh) {
     const EditTimeline again = decodeTimeline(text);
     EXPECT_NE(timeline.webcamFullscreenSegments[0].id, timeline.webcamFullscreenSegments[1].id);
     EXPECT_NE(timeline.webcamFullscreenSegments[0].id, again.webcamFullscreenSegments[0].id);
-}
 
-TEST(EditTimelineCoding, OlderClickWordIsReadNotWrittenAndRatesOffTheStepFail) {
+    // The older click word is read but not written.
     CursorEdit cursor;
     cursor.clickEffectStyle =
         decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle;
@@ -175,11 +174,6 @@ TEST(EditTimelineCoding, MissingRequiredKeysAndUnknownWordsFail) {
     };
     for (const auto& document : documents) {
         EXPECT_THROW(decodeTimeline(document), DecodingError) << document;
-    }
-    try {
-        decodeTimeline(documents[0]);
-    } catch (const DecodingError& error) {
-        EXPECT_NE(error.message().find("segments[0].id"), std::string::npos) << error.message();
     }
 }
 

@@ -130,7 +130,7 @@ TEST(EditTimelineNormalization, ListsAreSortedAndKeyframesOutsideTheSourceDroppe
     EXPECT_EQ(timeline.annotations, (std::vector<AnnotationElement>{e, c, b, a, d}));
 }
 
-TEST(EditTimelineNormalization, PresetOfTheOtherBackgroundFallsBackToTheDefault) {
+TEST(EditTimelineNormalization, PresetsFallBackAndValuesAreClampedIdempotently) {
     const struct {
         CanvasBackground background;
         CanvasBackgroundPreset stored;
@@ -146,9 +146,8 @@ TEST(EditTimelineNormalization, PresetOfTheOtherBackgroundFallsBackToTheDefault)
         stored.canvas.preset = row.stored;
         EXPECT_EQ(stored.normalized(tenSeconds, false).canvas.preset, row.expected);
     }
-}
 
-TEST(EditTimelineNormalization, ValuesAreClampedToTheirRangesIdempotently) {
+    // Values are clamped to their ranges, and normalizing twice changes nothing.
     EditTimeline high = EditTimeline::empty();
     high.canvas.padding = 0.5;
     high.canvas.cornerRadius = 0.5;

@@ -71,7 +71,7 @@ EditTimeline timelineWithKeyframes(std::vector<WebcamOverlayKeyframe> keyframes)
     return timeline;
 }
 
-TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
+TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlapAndTheirFocusKeepsTheWindowInside) {
     using TimelineEffectEngine::constrainedFocus;
     EXPECT_EQ(constrainedFocus({0.1, 0.9}, 2), (PointValue{0.25, 0.75}));
     EXPECT_EQ(constrainedFocus({0.3, 0.6}, 2), (PointValue{0.3, 0.6}));
@@ -79,9 +79,7 @@ TEST(TimelineEffectFocus, TheZoomedWindowStaysInsideTheFrame) {
     for (double scale : {1.0, 0.5, static_cast<double>(NAN)}) {
         EXPECT_EQ(constrainedFocus({0.1, 0.9}, scale), (PointValue{0.5, 0.5})) << scale;
     }
-}
 
-TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlapAndTheirFocusIsConstrained) {
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
         timelineWithZooms({zoom(2 * oneSecond, 3 * oneSecond), zoom(oneSecond, 2 * oneSecond)}), tenSeconds));
     expectFailure(timelineWithZooms({zoom(oneSecond, 2 * oneSecond), zoom(2 * oneSecond - 1, 3 * oneSecond)}),

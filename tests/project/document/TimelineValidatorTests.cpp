@@ -77,7 +77,7 @@ EditTimeline timelineWithAnnotations(std::vector<AnnotationElement> annotations)
 }
 
 // A document with two faults reports the one checked first.
-TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReported) {
+TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReportedAndMotionBlurIsAFraction) {
     struct Example {
         std::string name;
         std::function<void(EditTimeline&)> spoil;
@@ -116,9 +116,8 @@ TEST(TimelineValidatorOrder, TheFirstFaultInCheckOrderIsReported) {
         example.spoil(timeline);
         EXPECT_EQ(failure(timeline), example.expected);
     }
-}
 
-TEST(TimelineValidatorDocument, MotionBlurMustBeAFiniteFraction) {
+    // Motion blur must be a finite fraction.
     for (double amount : {0.0, 1.0, -0.001, 1.001, static_cast<double>(NAN)}) {
         EditTimeline timeline = wholeSourceTimeline();
         timeline.motionBlurAmount = amount;
@@ -187,7 +186,7 @@ TEST(TimelineValidatorDeviceFrame, OnlyAssetsOfALoadedCatalogPass) {
 
 // One 60 fps output frame is 16,666,666 ns; at 4.00x the rounded sequence
 // length of 66,666,662 ns reaches it and of 66,666,661 ns falls short.
-TEST(TimelineValidatorSegments, RangesLieInsideTheSourceLastOneFrameAndPlayAtAValidRate) {
+TEST(TimelineValidatorSegments, RangesFitTheSourceAndSequenceAndFollowInSourceOrder) {
     const std::int64_t oneFrame = TimelineFrameGrid::minimumDuration.nanoseconds;
     const struct {
         std::int64_t start;
@@ -225,9 +224,8 @@ TEST(TimelineValidatorSegments, RangesLieInsideTheSourceLastOneFrameAndPlayAtAVa
     ASSERT_TRUE(error.has_value());
     EXPECT_EQ(error->errorCase(), Case::segmentTooShort);
     EXPECT_EQ(error->id(), twoFaults.segments[1].id);
-}
 
-TEST(TimelineValidatorSegments, SequenceLengthsFitIn64BitsAndSegmentsFollowInSourceOrder) {
+    // Sequence lengths fit in 64 bits and segments follow in source order.
     EXPECT_EQ(failure(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max}),
               Case::sequenceDurationOverflow);
 
@@ -255,7 +253,7 @@ TEST(TimelineValidatorSegments, SequenceLengthsFitIn64BitsAndSegmentsFollowInSou
     EXPECT_EQ(disorder->id(), first.id);
 }
 
-TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
+TEST(TimelineValidatorAnnotations, LimitsReachedExactlyPassAndOutOfLimitValuesFail) {
     AnnotationElement rightEdge = rectangle(0);
     rightEdge.bounds = RectValue{0.98, 0.98, 0.02, 0.02};
     rightEdge.lineWidth = 0.05;
@@ -270,9 +268,7 @@ TEST(TimelineValidatorAnnotations, DefaultsAndLimitsThatAreReachedExactlyPass) {
                                                annotation(AnnotationKind::circle, 0, 1'000'000'000, 4),
                                                annotation(AnnotationKind::mosaic, 0, 1'000'000'000, 5)})),
               std::nullopt);
-}
 
-TEST(TimelineValidatorAnnotations, OutOfLimitTimesStylesGeometryIdsAndLayersFail) {
     const struct {
         std::string name;
         AnnotationKind kind;

@@ -26,7 +26,7 @@ TEST(CanvasBackgroundPresets, GroupsCoverEveryPresetOnceWithItsBackground) {
     }
 }
 
-TEST(CanvasValues, AspectRatiosAndClampingRules) {
+TEST(CanvasAndWebcamValues, AspectRatiosAndClampingRules) {
     EXPECT_DOUBLE_EQ(value(CanvasAspectRatio::source, {1000, 500}), 2.0);
     EXPECT_DOUBLE_EQ(value(CanvasAspectRatio::portrait4x5, {}), 0.8);
     EXPECT_EQ(CanvasCornerRadiusRules::clamped(-0.1), 0);
@@ -35,9 +35,7 @@ TEST(CanvasValues, AspectRatiosAndClampingRules) {
     EXPECT_EQ(CanvasCornerRadiusRules::snapped(1), 0.08);
     EXPECT_EQ(MotionBlurRules::clamped(1.5), 1);
     EXPECT_EQ(MotionBlurRules::clamped(-0.5), 0);
-}
 
-TEST(WebcamOverlayValues, RadiusAndBorderAreConstrained) {
     EXPECT_EQ(WebcamOverlay::constrainedCornerRadius(NAN), 0.6);
     EXPECT_EQ(WebcamOverlay::constrainedCornerRadius(INFINITY), 0.6);
     EXPECT_EQ(WebcamOverlay::constrainedCornerRadius(1.5), 1);

@@ -62,6 +62,14 @@ TEST(CursorAssetStore, StoresImageAndDescriptorUnderContentID) {
     EXPECT_EQ(readFileBytes(package.rootURL / descriptor.relativePath), arrowPng);
     const std::string descriptorBytes = readFileBytes(package.cursorAssetsDirectory() / (id + ".json"));
     EXPECT_EQ(descriptorBytes, json::encodeDocument(descriptor));
+
+    // Payloads are read from the package, leaving out those whose image is missing.
+    const auto beam = store.store(beamPng, {8, 20}, {4, 10});
+    CursorAssetDescriptor missing = descriptor;
+    missing.id = "missing";
+    missing.relativePath = "cursor/assets/missing.png";
+    const auto payloads = CursorAssetStore::readPayloads(package.rootURL, {beam, missing, descriptor});
+    EXPECT_EQ(payloads, (std::vector<CursorAssetPayload>{{beam, beamPng}, {descriptor, arrowPng}}));
 }
 
 TEST(CursorAssetStore, SizeOrHotSpotMakesAnotherAsset) {
@@ -80,34 +88,31 @@ TEST(CursorAssetStore, SizeOrHotSpotMakesAnotherAsset) {
     EXPECT_EQ(fileNames(temporary.path()).size(), 10u);
 }
 
-TEST(CursorAssetStore, KnownImageIsNeverWrittenAgainEvenAfterReopening) {
+// A reopened store knows what was stored, skips descriptors it cannot decode
+// and never writes a known image again.
+TEST(CursorAssetStore, ReopeningReadsWhatDecodesAndNeverRewritesAKnownImage) {
     testing::TemporaryDirectory temporary;
     const fs::path directory = temporary / "cursor" / "assets";
-    const CursorAssetDescriptor beam = CursorAssetStore(directory).store(beamPng, {8, 20}, {4, 10});
+    std::vector<CursorAssetDescriptor> stored;
+    {
+        CursorAssetStore store(directory);
+        stored.push_back(store.store(arrowPng, {16, 16}, {1, 1}));
+        stored.push_back(store.store(beamPng, {8, 20}, {4, 10}));
+    }
+    const CursorAssetDescriptor beam = stored.back();
+    std::sort(stored.begin(), stored.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+    writeFileAtomically(directory / "broken.json", "{\"id\" : ");
+    writeFileAtomically(directory / "partial.json", "{\"id\" : \"x\", \"relativePath\" : \"y\"}");
+
+    EXPECT_EQ(CursorAssetStore::readDescriptors(directory), stored);
+    EXPECT_TRUE(CursorAssetStore::readDescriptors(temporary / "missing").empty());
     CursorAssetStore reopened(directory);
-    EXPECT_EQ(reopened.descriptors(), std::vector<CursorAssetDescriptor>{beam});
+    EXPECT_EQ(reopened.descriptors(), stored);
     // Mark the stored image and see it survive a second store.
     writeFileAtomically(directory / (beam.id + ".png"), "marked");
     EXPECT_EQ(reopened.store(beamPng, {8, 20}, {4, 10}), beam);
     EXPECT_EQ(readFileBytes(directory / (beam.id + ".png")), "marked");
-    EXPECT_EQ(fileNames(directory).size(), 2u);
-}
-
-TEST(CursorAssetStore, ReadDescriptorsSkipsWhatCannotBeDecoded) {
-    testing::TemporaryDirectory temporary;
-    std::vector<CursorAssetDescriptor> stored;
-    {
-        CursorAssetStore store(temporary.path());
-        stored.push_back(store.store(arrowPng, {16, 16}, {1, 1}));
-        stored.push_back(store.store(beamPng, {8, 20}, {4, 10}));
-    }
-    std::sort(stored.begin(), stored.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
-    writeFileAtomically(temporary / "broken.json", "{\"id\" : ");
-    writeFileAtomically(temporary / "partial.json", "{\"id\" : \"x\", \"relativePath\" : \"y\"}");
-
-    EXPECT_EQ(CursorAssetStore::readDescriptors(temporary.path()), stored);
-    EXPECT_EQ(CursorAssetStore(temporary.path()).descriptors(), stored);
-    EXPECT_TRUE(CursorAssetStore::readDescriptors(temporary / "missing").empty());
+    EXPECT_EQ(fileNames(directory).size(), 6u);
 }
 
 TEST(CursorAssetStore, FailedWriteIsNotRecordedAndIsRetried) {
@@ -128,20 +133,6 @@ TEST(CursorAssetStore, FailedWriteIsNotRecordedAndIsRetried) {
     // A file where the directory belongs fails the opening.
     writeFileAtomically(temporary / "cursor", "a file, not a directory");
     EXPECT_THROW(CursorAssetStore(temporary / "cursor" / "assets"), FileError);
-}
-
-TEST(CursorAssetStore, PayloadsAreReadFromThePackage) {
-    testing::TemporaryDirectory temporary;
-    const ProjectPackage package{temporary.path()};
-    CursorAssetStore store(package.cursorAssetsDirectory());
-    const auto arrow = store.store(arrowPng, {16, 16}, {1, 1});
-    const auto beam = store.store(beamPng, {8, 20}, {4, 10});
-    CursorAssetDescriptor missing = arrow;
-    missing.id = "missing";
-    missing.relativePath = "cursor/assets/missing.png";
-
-    const auto payloads = CursorAssetStore::readPayloads(package.rootURL, {beam, missing, arrow});
-    EXPECT_EQ(payloads, (std::vector<CursorAssetPayload>{{beam, beamPng}, {arrow, arrowPng}}));
 }
 
 } // namespace

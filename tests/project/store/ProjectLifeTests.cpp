@@ -59,7 +59,7 @@ protected:
     }
 };
 
-TEST_F(ProjectLifeTest, CreateLaysOutANewRecording) {
+TEST_F(ProjectLifeTest, CreateLaysOutANewRecordingFramingDevicesByTheirSize) {
     RecordingOptions options;
     const auto [package, manifest] =
         store.create(display(), options, PixelSize(1920, 1080),
@@ -87,10 +87,9 @@ TEST_F(ProjectLifeTest, CreateLaysOutANewRecording) {
     EXPECT_EQ(created.manifest.media.tracks,
               (std::vector<MediaTrack>{{MediaTrackKind::screen, 0}, {MediaTrackKind::microphone, 2}}));
     EXPECT_EQ(created.manifest.webcam->trackIndex, 1);
-}
 
-TEST_F(ProjectLifeTest, ADeviceRecordingGetsTheDefaultFrameOfItsSize) {
-    const RecordingOptions options;
+    // A device recording gets the default frame of its size.
+    options = RecordingOptions{};
     const auto phone = CaptureSourceDescriptor::device("USB1", "手机", PixelSize(1179, 2556));
     const auto framed = store.create(phone, options, PixelSize(1179, 2556), std::nullopt, std::nullopt);
     const auto timeline = json::decodeDocument<EditTimeline>(readFileBytes(framed.package.timelineURL()));
@@ -110,7 +109,7 @@ TEST_F(ProjectLifeTest, ADeviceRecordingGetsTheDefaultFrameOfItsSize) {
         json::decodeDocument<EditTimeline>(readFileBytes(unframed.package.timelineURL())).deviceFrame);
 }
 
-TEST_F(ProjectLifeTest, FinishMovesToTheFinalNameAndMarkFailedKeepsTheOld) {
+TEST_F(ProjectLifeTest, FinishRenamesMarkFailedKeepsTheNameAndDeleteTakesOnlyFinished) {
     auto [package, manifest] = unfinished();
     const fs::path finalURL = library / (manifest.id.string() + ".rilo");
     fs::create_directories(finalURL / "stale");
@@ -131,27 +130,26 @@ TEST_F(ProjectLifeTest, FinishMovesToTheFinalNameAndMarkFailedKeepsTheOld) {
     store.markFailed(failing, failingManifest, "磁盘已满");
     EXPECT_EQ(store.readManifest(failing).state, ProjectState::failed);
     EXPECT_EQ(store.readManifest(failing).failureReason, "磁盘已满");
-}
 
-TEST_F(ProjectLifeTest, DeleteRemovesOnlyFinishedPackagesOfTheLibrary) {
-    const ProjectPackage finished = finishedPackage();
-    const auto recording = unfinished();
+    // Only finished packages of the library are deleted.
+    const ProjectPackage unfinishedPackage = failing;
     const fs::path outside = root / "Elsewhere" / "6F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo";
     fs::create_directories(outside);
 
-    expectInvalidLocation([&] { store.deleteProject(recording.package); });
+    expectInvalidLocation([&] { store.deleteProject(unfinishedPackage); });
     expectInvalidLocation([&] { store.deleteProject(ProjectPackage{outside}); });
     expectInvalidLocation([&] {
         store.deleteProject(ProjectPackage{library / "sub" / ".." / ".." / "Elsewhere" / outside.filename()});
     });
-    EXPECT_TRUE(fs::exists(recording.package.rootURL));
+    EXPECT_TRUE(fs::exists(unfinishedPackage.rootURL));
     EXPECT_TRUE(fs::exists(outside));
 
     store.deleteProject(ProjectPackage{library / "." / finished.rootURL.filename()});
     EXPECT_FALSE(fs::exists(finished.rootURL));
 }
 
-TEST_F(ProjectLifeTest, DiscardRefusesEverythingButAnUnfinishedUUIDPackageOfTheLibrary) {
+// Discarding refuses everything but an unfinished UUID package of the library.
+TEST_F(ProjectLifeTest, DiscardAndCleanupTouchOnlyUUIDPackagesOfTheLibrary) {
     const auto recording = unfinished();
     const fs::path notUUID = library / "abc.rilo.tmp";
     fs::create_directories(notUUID);
@@ -177,26 +175,22 @@ TEST_F(ProjectLifeTest, DiscardRefusesEverythingButAnUnfinishedUUIDPackageOfTheL
     store.discardRecording(recording.package);
     EXPECT_FALSE(fs::exists(recording.package.rootURL));
     EXPECT_FALSE(fs::exists(library / (recording.manifest.id.string() + ".rilo.discarding")));
-}
 
-TEST_F(ProjectLifeTest, CleanupRemovesOnlyDiscardingUUIDPackages) {
+    // Cleanup removes only real directories named by a UUID.
     const fs::path leftover = library / "6F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo.discarding";
     fs::create_directories(leftover / "media");
-    const fs::path notUUID = library / "abc.rilo.discarding";
-    fs::create_directories(notUUID);
-    const fs::path target = root / "Keep";
-    fs::create_directories(target);
-    const fs::path link = library / "7F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo.discarding";
-    fs::create_directory_symlink(target, link);
-
+    const fs::path notUUIDLeftover = library / "abc.rilo.discarding";
+    fs::create_directories(notUUIDLeftover);
+    const fs::path linkedLeftover = library / "7F0C2A4E-1B2D-4C5E-8F70-123456789ABC.rilo.discarding";
+    fs::create_directory_symlink(outside, linkedLeftover);
     store.cleanupDiscardedRecordings();
     EXPECT_FALSE(fs::exists(leftover));
-    EXPECT_TRUE(fs::exists(notUUID));
-    EXPECT_TRUE(fs::is_symlink(link));
-    EXPECT_TRUE(fs::exists(target));
+    EXPECT_TRUE(fs::exists(notUUIDLeftover));
+    EXPECT_TRUE(fs::is_symlink(linkedLeftover));
+    EXPECT_TRUE(fs::exists(outside));
 }
 
-TEST_F(ProjectLifeTest, CanvasBackgroundsAreContentAddressedAndAChangedOneIsDropped) {
+TEST_F(ProjectLifeTest, SnapshotsDropChangedBackgroundsAndValidateOnlyWithAKnownDuration) {
     const ProjectPackage package = finishedPackage();
     const std::string image = "\xFF\xD8 not really a jpeg";
     const std::string id = sha256Hex(image);
@@ -220,9 +214,8 @@ TEST_F(ProjectLifeTest, CanvasBackgroundsAreContentAddressedAndAChangedOneIsDrop
     const ProjectSnapshot changed = store.loadSnapshot(package);
     EXPECT_TRUE(changed.canvasBackgroundAssets.empty());
     EXPECT_EQ(changed.timeline.canvas.image, descriptor);
-}
 
-TEST_F(ProjectLifeTest, SnapshotValidatesTheTimelineOnlyWithAKnownDuration) {
+    // The timeline is validated only when the duration is known.
     const ProjectPackage known = finishedPackage(ProjectTime::fromSeconds(10));
     EditTimeline beyond = EditTimeline::empty();
     beyond.segments.push_back({Uuid::random(), {ProjectTime::zero(), ProjectTime::fromSeconds(20)}, {}});

@@ -137,10 +137,10 @@ TEST(CaptionRasterizerLayout, ChineseTextBreaksIntoTwoLinesInTheChineseFace) {
 
 TEST(CaptionRasterizerDrawing, HighlightColoursOnlyTheChosenOccurrence) {
     CaptionRasterizer rasterizer;
-    const std::string text = "apple and apple";
+    const std::string text = "pear and pear";
     const auto draw = [&](std::int64_t occurrence) {
         return rasterizer
-            .asset(text, {{"apple", occurrence}}, CaptionAppearance::whiteOnBlack, 2, 1.0, 0.08, hd)
+            .asset(text, {{"pear", occurrence}}, CaptionAppearance::whiteOnBlack, 2, 1.0, 0.08, hd)
             .bitmap;
     };
     const auto second = draw(2);

@@ -5,6 +5,7 @@
 #include "media/CompositionAudioReader.h"
 #include "project/store/ProjectStore.h"
 #include "support/BuildCatalog.h"
+#include "support/ProcessRunner.h"
 #include "support/RecordedPackage.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TimelineBuilders.h"
@@ -17,6 +18,7 @@
 namespace rilo {
 namespace {
 
+using testing::between;
 using testing::ms;
 using testing::ns;
 using testing::segment;
@@ -178,6 +180,43 @@ TEST_F(CompositionAudioReaderTest, ADamagedTailLeavesSilenceAndTheFullLength) {
 
     EXPECT_GT(rms(samples, {0.1, 0.5}), 0.2);
     EXPECT_EQ(rms(samples, {2.5, 3.0}), 0);
+}
+
+// A mono microphone at 44.1 kHz whose data begins 0.5 s into the file,
+// written with FFmpeg's own tools; the recorder never writes one, but a
+// device that starts late leaves the same kind of file.
+TEST_F(CompositionAudioReaderTest, ATrackThatStartsLateIsHeardWhereItsDataBegins) {
+    const auto path = *directory_ / "late.mov";
+    const auto written =
+        testing::runProcess("/usr/bin/ffmpeg", {"-v", "error", "-itsoffset", "0.5", "-f", "lavfi", "-i",
+                                                "sine=frequency=220:sample_rate=44100:duration=2", "-ac", "1",
+                                                "-c:a", "aac", path.string()});
+    ASSERT_EQ(written.exitCode, 0) << written.standardError;
+    const MediaTrackInfo microphone = probeMediaFile(path).tracks.at(0);
+
+    for (const std::int64_t permille : {1000, 2000}) {
+        TimelineCompositionPlan plan;
+        plan.mapper = TimelineMapper(timelineOf({segment(ms(0), ms(2000), permille)}), ms(3000));
+        plan.audio.push_back(
+            {MediaTrackKind::microphone,
+             {microphone, {{between(ms(0), ms(2000)), {ms(0), plan.duration()}, {permille}}}},
+             1});
+        CompositionAudioReader reader(plan, path);
+        std::vector<float> samples(static_cast<std::size_t>(reader.totalFrames()) * 2);
+        ASSERT_EQ(reader.read(samples.data(), samples.size() / 2), samples.size() / 2);
+
+        const auto audible = std::find_if(samples.begin(), samples.end(),
+                                          [](float sample) { return std::abs(sample) > 0.01F; });
+        const double audibleSeconds = static_cast<double>((audible - samples.begin()) / 2) / sampleRate;
+        // The stretch blends over a few milliseconds around the onset.
+        const double expectedSeconds = 0.5 * 1000 / static_cast<double>(permille);
+        EXPECT_NEAR(audibleSeconds, expectedSeconds, 0.01) << permille;
+        const Window heard{expectedSeconds + 0.1, plan.duration().seconds() - 0.1};
+        EXPECT_NEAR(crossingsPerSecond(samples, heard), 440, 440 * 0.03) << permille;
+        // Mono plays on both sides.
+        const std::size_t middle = samples.size() / 4 * 2;
+        EXPECT_EQ(samples[middle], samples[middle + 1]);
+    }
 }
 
 } // namespace

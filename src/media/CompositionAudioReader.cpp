@@ -26,7 +26,8 @@ CompositionAudioReader::CompositionAudioReader(const TimelineCompositionPlan& pl
 
 std::size_t CompositionAudioReader::read(float* out, std::size_t maxFrames) {
     const std::int64_t frames = std::min<std::int64_t>(
-        static_cast<std::int64_t>(std::min<std::size_t>(maxFrames, std::numeric_limits<std::int64_t>::max())), totalFrames_ - position_);
+        static_cast<std::int64_t>(std::min<std::size_t>(maxFrames, std::numeric_limits<std::int64_t>::max())),
+        totalFrames_ - position_);
     for (std::int64_t done = 0; done < frames;) {
         const std::int64_t count = std::min(blockFrames, frames - done);
         float* const block = out + done * channelCount;

@@ -86,8 +86,7 @@ std::string tempoFilters(TimelinePlaybackRate rate) {
     return filters;
 }
 
-// The frames of one insert on the sequence axis, and its source range in
-// 48 kHz frames.
+// An insert and the 48 kHz frames it fills on the sequence axis.
 struct InsertFrames {
     std::int64_t sequenceStart = 0;
     std::int64_t sequenceEnd = 0;
@@ -147,8 +146,6 @@ public:
             }
         }
     }
-
-    std::int64_t position() const noexcept { return position_; }
 
     void render(float* out, std::int64_t frameCount) {
         while (frameCount > 0) {
@@ -342,7 +339,11 @@ private:
             return endInput();
         }
         if (!graph_ && !makeGraph(frame, current.insert)) {
+            // A format the filters cannot take: this insert stays silent.
             av_frame_unref(&frame);
+            graph_.reset();
+            source_ = nullptr;
+            sink_ = nullptr;
             streamEnded_ = true;
             return endInput();
         }
@@ -446,10 +447,6 @@ CompositionAudioTrackStream::operator=(CompositionAudioTrackStream&&) noexcept =
 
 void CompositionAudioTrackStream::render(float* out, std::int64_t frameCount) {
     implementation_->render(out, frameCount);
-}
-
-std::int64_t CompositionAudioTrackStream::position() const noexcept {
-    return implementation_->position();
 }
 
 } // namespace rilo

@@ -36,9 +36,6 @@ public:
     // channelCount floats) and moves on by as much.
     void render(float* out, std::int64_t frameCount);
 
-    // The sequence frame that the next render starts at.
-    std::int64_t position() const noexcept;
-
 private:
     class Implementation;
     std::unique_ptr<Implementation> implementation_;

@@ -222,6 +222,11 @@ private:
     }
 
     void addVideo(const ResolvedExportConfiguration& configuration) {
+        // Both codecs crop 4:2:0 pictures in steps of two pixels only, so an
+        // odd measure cannot be stored.
+        if (configuration.outputSize.width % 2 != 0 || configuration.outputSize.height % 2 != 0) {
+            fail(Failure::unsupportedVideoSettings);
+        }
         const bool hevc = configuration.codec == ExportCodec::hevc;
         const AVCodec* encoder = avcodec_find_encoder_by_name(hevc ? "libx265" : "libx264");
         if (encoder == nullptr) {

@@ -19,8 +19,9 @@
 // One thread at a time. Every failure throws ProjectExporterError:
 // cannotStart (the file cannot be created or begun), cannotAddWriterInput
 // (an encoder or a track cannot be made), unsupportedVideoSettings (the
-// encoder is missing or refuses the settings), appendFailed (encoding or
-// writing fails, with FFmpeg's text).
+// encoder is missing or refuses the settings, or an output measure is odd,
+// which 4:2:0 video cannot store), appendFailed (encoding or writing fails,
+// with FFmpeg's text).
 
 #include "export/ExportConfiguration.h"
 #include "export/ProjectExporterError.h"

@@ -92,7 +92,7 @@ private:
 
 ResolvedExportConfiguration configuration(int width, int height, int framesPerSecond, ExportCodec codec) {
     ResolvedExportConfiguration result;
-    result.outputSize = PixelSize(width, height);
+    result.outputSize = PixelSize::unnormalized(width, height);
     result.framesPerSecond = framesPerSecond;
     result.bitRate = 3'000'000;
     result.codec = codec;
@@ -238,6 +238,15 @@ TEST(ExportMediaWriter, AWriterDroppedOrRefusedLeavesNoFile) {
     });
     ASSERT_TRUE(noDirectory);
     EXPECT_EQ(noDirectory->errorCase(), ProjectExporterErrorCase::cannotStart);
+
+    // 4:2:0 video has no odd measures, in either codec.
+    for (const ExportCodec codec : {ExportCodec::h264, ExportCodec::hevc}) {
+        const auto oddSize = testing::thrown<ProjectExporterError>(
+            [&] { ExportMediaWriter(path, configuration(1001, 700, 30, codec), false); });
+        ASSERT_TRUE(oddSize);
+        EXPECT_EQ(oddSize->errorCase(), ProjectExporterErrorCase::unsupportedVideoSettings);
+    }
+    EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 } // namespace

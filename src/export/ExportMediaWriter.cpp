@@ -261,9 +261,15 @@ private:
         if (hevc) {
             settings.set("profile", "main");
             settings.set("x265-params",
-                         "keyint=" + std::to_string(keyframeInterval) + ":bframes=0:log-level=error");
+                         "keyint=" + std::to_string(keyframeInterval) + ":bframes=0:log-level=none");
         } else {
             settings.set("profile", "high");
+            // Frame threads (1.5 a core) already hold that many pictures; a
+            // threaded lookahead would buffer as many again before the first
+            // packet. Run it on the encoding threads instead: on 2 cores the
+            // speed is the same, and on many cores a 4K export keeps hundreds
+            // of megabytes less in flight.
+            settings.set("x264-params", "sync-lookahead=0");
         }
         if (avcodec_open2(&codec, encoder, settings.get()) < 0) {
             fail(Failure::unsupportedVideoSettings);

@@ -46,10 +46,15 @@ gl::Shader compileShader(GLenum kind, std::string_view source) {
 
 // Links the full-screen vertex stage with one fragment stage and points each
 // named sampler at its texture unit.
-gl::Program linkProgram(std::string_view fragmentSource,
+gl::Program linkProgram(std::string_view fragmentSource, std::string_view definitions,
                         std::initializer_list<std::pair<const char*, GLint>> samplerUnits) {
     const gl::Shader vertex = compileShader(GL_VERTEX_SHADER, shaders::fullscreenVertexSource);
-    const gl::Shader fragment = compileShader(GL_FRAGMENT_SHADER, fragmentSource);
+    // The definitions go right after the #version line, which must come first.
+    const std::size_t versionEnd = fragmentSource.find('\n') + 1;
+    std::string source(fragmentSource.substr(0, versionEnd));
+    source.append(definitions);
+    source.append(fragmentSource.substr(versionEnd));
+    const gl::Shader fragment = compileShader(GL_FRAGMENT_SHADER, source);
     gl::Program program(glCreateProgram());
     if (!program) {
         throw RenderContextError::unavailable();
@@ -170,18 +175,14 @@ RenderContext::RenderContext()
     }
     makeCurrent();
 
-    sceneProgram_ = linkProgram(shaders::sceneFragmentSource, {{"uScreenPlane0", 0},
-                                                               {"uScreenPlane1", 1},
-                                                               {"uScreenPlane2", 2},
-                                                               {"uCursor", 3},
-                                                               {"uWebcamPlane0", 4},
-                                                               {"uWebcamPlane1", 5},
-                                                               {"uWebcamPlane2", 6},
-                                                               {"uCaption", 7},
-                                                               {"uBackground", 8},
-                                                               {"uDeviceFrame", 9}});
-    annotationProgram_ = linkProgram(shaders::annotationFragmentSource, {{"uImage", 0}, {"uCaption", 1}});
-    yuv420pProgram_ = linkProgram(shaders::yuv420pFragmentSource, {{"uImage", 0}});
+    // The commonest variant now, so that a device that can't draw is found
+    // out here.
+    sceneProgram(SceneShaderFeatures{.cursor = true});
+    annotationProgram_ = linkProgram(shaders::annotationFragmentSource, {}, {{"uImage", 0}, {"uCaption", 1}});
+    yuv420pLumaProgram_ =
+        linkProgram(shaders::yuv420pFragmentSource, "#define RILO_CHROMA 0\n", {{"uImage", 0}});
+    yuv420pChromaProgram_ =
+        linkProgram(shaders::yuv420pFragmentSource, "#define RILO_CHROMA 1\n", {{"uImage", 0}});
 
     sampler_ = gl::makeSampler();
     mipmapSampler_ = gl::makeSampler();
@@ -211,6 +212,37 @@ RenderContext::RenderContext()
 RenderContext::~RenderContext() {
     // The GL objects below go before the EGL context, with it current.
     makeCurrent();
+}
+
+unsigned SceneShaderFeatures::bits() const noexcept {
+    return (motionBlur ? 1U : 0U) | (cursor ? 2U : 0U) | (webcam ? 4U : 0U) | (deviceFrame ? 8U : 0U) |
+           (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U);
+}
+
+GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
+    const unsigned key = features.bits();
+    if (const auto found = scenePrograms_.find(key); found != scenePrograms_.end()) {
+        return found->second.get();
+    }
+    const auto flag = [](const char* name, bool on) {
+        return std::string("#define ") + name + (on ? " 1\n" : " 0\n");
+    };
+    const std::string definitions =
+        flag("RILO_BLUR", features.motionBlur) + flag("RILO_CURSOR", features.cursor) +
+        flag("RILO_WEBCAM", features.webcam) + flag("RILO_DEVICE_FRAME", features.deviceFrame) +
+        flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage);
+    gl::Program program = linkProgram(shaders::sceneFragmentSource, definitions,
+                                      {{"uScreenPlane0", 0},
+                                       {"uScreenPlane1", 1},
+                                       {"uScreenPlane2", 2},
+                                       {"uCursor", 3},
+                                       {"uWebcamPlane0", 4},
+                                       {"uWebcamPlane1", 5},
+                                       {"uWebcamPlane2", 6},
+                                       {"uCaption", 7},
+                                       {"uBackground", 8},
+                                       {"uDeviceFrame", 9}});
+    return scenePrograms_.emplace(key, std::move(program)).first->second.get();
 }
 
 void RenderContext::makeCurrent() const {

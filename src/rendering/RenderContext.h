@@ -15,6 +15,7 @@
 #include "shared/Geometry.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,21 @@ struct CursorTexture {
     PointValue hotSpot;
 };
 
+// The optional layers a scene program variant draws. Software rasterisers
+// pay for every instruction of a shader whether a branch is taken or not, so
+// each frame uses the variant with only the layers it shows.
+struct SceneShaderFeatures {
+    bool motionBlur = false;
+    bool cursor = false; // the cursor or a click effect
+    bool webcam = false;
+    bool deviceFrame = false;
+    bool caption = false;
+    bool backgroundImage = false;
+
+    unsigned bits() const noexcept;
+    friend bool operator==(const SceneShaderFeatures&, const SceneShaderFeatures&) = default;
+};
+
 class RenderContext {
 public:
     // Throws RenderContextError::unavailable when EGL, the context or a
@@ -63,9 +79,14 @@ public:
     // Makes the context current on the calling thread.
     void makeCurrent() const;
 
-    GLuint sceneProgram() const noexcept { return sceneProgram_.get(); }
+    // The scene program for these layers, compiled on first use. Throws
+    // RenderContextError::unavailable when it does not compile.
+    GLuint sceneProgram(const SceneShaderFeatures& features);
     GLuint annotationProgram() const noexcept { return annotationProgram_.get(); }
-    GLuint yuv420pProgram() const noexcept { return yuv420pProgram_.get(); }
+    // Packing of the Y rows, or with `chroma` of the U and V rows.
+    GLuint yuv420pProgram(bool chroma) const noexcept {
+        return chroma ? yuv420pChromaProgram_.get() : yuv420pLumaProgram_.get();
+    }
     GLuint sampler() const noexcept { return sampler_.get(); }
     GLuint mipmapSampler() const noexcept { return mipmapSampler_.get(); }
     // An empty vertex array for attribute-less full-screen triangles.
@@ -79,9 +100,10 @@ public:
 private:
     struct Egl;
     std::unique_ptr<Egl> egl_;
-    gl::Program sceneProgram_;
+    std::map<unsigned, gl::Program> scenePrograms_;
     gl::Program annotationProgram_;
-    gl::Program yuv420pProgram_;
+    gl::Program yuv420pLumaProgram_;
+    gl::Program yuv420pChromaProgram_;
     gl::Sampler sampler_;
     gl::Sampler mipmapSampler_;
     gl::VertexArray vertexArray_;

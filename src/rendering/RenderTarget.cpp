@@ -59,14 +59,23 @@ void RenderTarget::packYuv420p() {
     glBindFramebuffer(GL_FRAMEBUFFER, packedFramebuffer_.get());
     glViewport(0, 0, width_ / 4, height_ * 3 / 2);
     glDisable(GL_BLEND);
-    const GLuint program = context_.yuv420pProgram();
-    glUseProgram(program);
-    glUniform2i(glGetUniformLocation(program, "uSize"), width_, height_);
-    glUniform1i(glGetUniformLocation(program, "uRowsTopFirst"), 1);
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, colorTexture_.get());
+    glBindSampler(0, 0);
     glBindVertexArray(context_.vertexArray());
-    glDrawArrays(GL_TRIANGLES, 0, 3);
+    // The Y rows and the U and V rows in two draws, each with its own program,
+    // so that neither runs the other's code.
+    glEnable(GL_SCISSOR_TEST);
+    for (const bool chroma : {false, true}) {
+        const GLuint program = context_.yuv420pProgram(chroma);
+        glUseProgram(program);
+        glUniform2i(glGetUniformLocation(program, "uSize"), width_, height_);
+        glUniform1i(glGetUniformLocation(program, "uRowsTopFirst"), 1);
+        glScissor(0, chroma ? height_ : 0, width_ / 4, chroma ? height_ / 2 : height_);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    }
+    glDisable(GL_SCISSOR_TEST);
+    glBindTexture(GL_TEXTURE_2D, 0);
     glBindVertexArray(0);
     glUseProgram(0);
 }

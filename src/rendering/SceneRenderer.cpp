@@ -275,7 +275,14 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         prepareDraw(target.framebuffer, target.width, target.height);
     }
 
-    const GLuint program = context_.sceneProgram();
+    SceneShaderFeatures features;
+    features.motionBlur = scene.motionBlurCamera.has_value();
+    features.cursor = scene.cursor.visible || scene.clickEffect.has_value();
+    features.webcam = uniforms.webcamAspects[0] > 0;
+    features.deviceFrame = deviceFrame != nullptr;
+    features.caption = uniforms.captionRect[2] > 0;
+    features.backgroundImage = uniforms.output[3] == 2;
+    const GLuint program = context_.sceneProgram(features);
     glUseProgram(program);
     const auto packed = uniforms.packed();
     glUniform4fv(glGetUniformLocation(program, "uScene"), static_cast<GLsizei>(SceneUniforms::rowCount),

@@ -2,6 +2,11 @@
 // The whole scene in one pass: background, shadowed rounded screen seen
 // through the camera (with motion blur between two cameras), click effect and
 // cursor inside the view, device frame, webcam, caption.
+//
+// Each optional layer is compiled in only when a frame needs it (the
+// RILO_... switches, defined to 0 or 1 ahead of this text): software
+// rasterisers run both sides of a branch, so a skipped layer must not be
+// there at all.
 precision highp float;
 precision highp int;
 
@@ -84,6 +89,7 @@ float dither(vec2 pixel) { return fract(52.9829189 * fract(dot(pixel, vec2(0.067
 
 vec3 background(vec2 point, vec2 pixel) {
     float mode = uScene[0].w;
+#if RILO_BACKGROUND_IMAGE
     if (mode > 1.5) {
         // Cover the output, keeping the picture's aspect.
         vec2 outputSize = uScene[0].xy;
@@ -97,6 +103,7 @@ vec3 background(vec2 point, vec2 pixel) {
         }
         return texture(uBackground, texturePoint).rgb;
     }
+#endif
     if (mode > 0.5) {
         return mix(uScene[1].rgb, uScene[2].rgb, point.y) + dither(pixel) / 255.0;
     }
@@ -112,20 +119,22 @@ vec2 viewToTexture(vec2 view, vec2 center, float scale) {
 
 vec3 screenContent(vec2 view) {
     vec4 camera = uScene[8];
+#if RILO_BLUR
     vec4 blurCamera = uScene[9];
-    if (blurCamera.w < 0.5) {
-        return sampleScreen(viewToTexture(view, camera.xy, camera.z));
-    }
     vec3 sum = vec3(0.0);
     for (int i = 0; i < blurSamples; ++i) {
         float t = float(i) / float(blurSamples - 1);
         sum += sampleScreen(viewToTexture(view, mix(camera.xy, blurCamera.xy, t), mix(camera.z, blurCamera.z, t)));
     }
     return sum / float(blurSamples);
+#else
+    return sampleScreen(viewToTexture(view, camera.xy, camera.z));
+#endif
 }
 
 // Premultiplied click effect and cursor above the content. `pointPixels` is
 // how many output pixels one cursor point covers.
+#if RILO_CURSOR
 vec4 cursorLayer(vec2 pixel, vec4 screenRect, float pointPixels) {
     vec4 layer = vec4(0.0);
     float progress = uScene[10].z;
@@ -158,7 +167,9 @@ vec4 cursorLayer(vec2 pixel, vec4 screenRect, float pointPixels) {
     }
     return layer;
 }
+#endif
 
+#if RILO_WEBCAM
 vec3 drawWebcam(vec3 color, vec2 pixel, float minimumMeasure) {
     vec2 outputSize = uScene[0].xy;
     vec4 rect = uScene[14] * vec4(outputSize, outputSize);
@@ -196,6 +207,7 @@ vec3 drawWebcam(vec3 color, vec2 pixel, float minimumMeasure) {
     }
     return mix(color, camera, covered);
 }
+#endif
 
 void main() {
     vec2 outputSize = uScene[0].xy;
@@ -222,12 +234,17 @@ void main() {
         vec3 content = screenContent(view);
         // Cursor points follow the content: one source pixel a point, times
         // the camera's magnification.
+#if RILO_CURSOR
         float sourcePixels = max(uScene[7].z * uScreenTextureSize.x, 1.0);
         float pointPixels = screenRect.z / sourcePixels * uScene[8].z;
+#endif
+#if RILO_CURSOR
         content = over(content, cursorLayer(pixel, screenRect, pointPixels));
+#endif
         color = mix(color, content, screenCoverage);
     }
 
+#if RILO_DEVICE_FRAME
     if (hasFrame) {
         vec4 frameRect = uScene[5] * vec4(outputSize, outputSize);
         vec2 inside = (pixel - frameRect.xy) / frameRect.zw;
@@ -238,11 +255,15 @@ void main() {
             color = over(color, texture(uDeviceFrame, picturePoint));
         }
     }
+#endif
 
+#if RILO_WEBCAM
     if (uScene[15].x > 0.5) {
         color = drawWebcam(color, pixel, minimumMeasure);
     }
+#endif
 
+#if RILO_CAPTION
     vec4 captionRect = uScene[18] * vec4(outputSize, outputSize);
     if (captionRect.z > 0.0 && captionRect.w > 0.0) {
         vec2 inside = (pixel - captionRect.xy) / captionRect.zw;
@@ -250,6 +271,7 @@ void main() {
             color = over(color, texture(uCaption, inside));
         }
     }
+#endif
 
     fragColor = vec4(clamp(color, 0.0, 1.0), 1.0);
 }

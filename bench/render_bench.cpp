@@ -125,6 +125,8 @@ int main(int argc, char** argv) {
     scene.cursor.visible = true;
     scene.cursor.outputPosition = {0.4, 0.45};
     scene.cursor.scale = 1.5;
+    SceneState bare = scene;
+    bare.cursor.visible = false;
     SceneState blurred = scene;
     blurred.camera = {{0.4, 0.45}, 1.8};
     blurred.motionBlurCamera = CameraState{{0.45, 0.5}, 1.6};
@@ -144,7 +146,7 @@ int main(int argc, char** argv) {
         sws_scale(scaler.get(), source, sourceStride, 0, 1080, planes, strides);
     };
 
-    for (const auto& [name, state] : {std::pair{"no blur", &scene}, std::pair{"blur", &blurred}}) {
+    for (const auto& [name, state] : {std::pair{"bare", &bare}, std::pair{"cursor", &scene}, std::pair{"blur", &blurred}}) {
         const double drawOnly = millisecondsPerFrame(frames, [&] {
             renderer.encode(screenPlanes, nullptr, *state, target);
             glFinish();

@@ -216,7 +216,8 @@ RenderContext::~RenderContext() {
 
 unsigned SceneShaderFeatures::bits() const noexcept {
     return (motionBlur ? 1U : 0U) | (cursor ? 2U : 0U) | (webcam ? 4U : 0U) | (deviceFrame ? 8U : 0U) |
-           (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U);
+           (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U) | (static_cast<unsigned>(screenLayout) << 6) |
+           (static_cast<unsigned>(webcamLayout) << 8);
 }
 
 GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
@@ -230,7 +231,9 @@ GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
     const std::string definitions =
         flag("RILO_BLUR", features.motionBlur) + flag("RILO_CURSOR", features.cursor) +
         flag("RILO_WEBCAM", features.webcam) + flag("RILO_DEVICE_FRAME", features.deviceFrame) +
-        flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage);
+        flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage) +
+        "#define RILO_SCREEN_LAYOUT " + std::to_string(static_cast<int>(features.screenLayout)) + "\n" +
+        "#define RILO_WEBCAM_LAYOUT " + std::to_string(static_cast<int>(features.webcamLayout)) + "\n";
     gl::Program program = linkProgram(shaders::sceneFragmentSource, definitions,
                                       {{"uScreenPlane0", 0},
                                        {"uScreenPlane1", 1},

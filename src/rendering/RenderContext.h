@@ -13,6 +13,7 @@
 #include "rendering/GlObjects.h"
 #include "shared/Errors.h"
 #include "shared/Geometry.h"
+#include "shared/VideoFramePlanes.h"
 
 #include <cstdint>
 #include <map>
@@ -62,6 +63,8 @@ struct SceneShaderFeatures {
     bool deviceFrame = false;
     bool caption = false;
     bool backgroundImage = false;
+    VideoPixelLayout screenLayout = VideoPixelLayout::yuv420p;
+    VideoPixelLayout webcamLayout = VideoPixelLayout::yuv420p;
 
     unsigned bits() const noexcept;
     friend bool operator==(const SceneShaderFeatures&, const SceneShaderFeatures&) = default;

@@ -282,6 +282,8 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
     features.deviceFrame = deviceFrame != nullptr;
     features.caption = uniforms.captionRect[2] > 0;
     features.backgroundImage = uniforms.output[3] == 2;
+    features.screenLayout = screenTextures_.layout();
+    features.webcamLayout = webcam != nullptr ? webcamTextures_.layout() : screenTextures_.layout();
     const GLuint program = context_.sceneProgram(features);
     glUseProgram(program);
     const auto packed = uniforms.packed();

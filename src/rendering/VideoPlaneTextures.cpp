@@ -40,18 +40,6 @@ PlaneFormat planeFormat(VideoPixelLayout layout, int plane) {
     return {GL_RGBA8, GL_RGBA, 4, 1, 1};
 }
 
-int layoutValue(VideoPixelLayout layout) {
-    switch (layout) {
-    case VideoPixelLayout::yuv420p:
-        return 0;
-    case VideoPixelLayout::nv12:
-        return 1;
-    case VideoPixelLayout::rgba:
-        return 2;
-    }
-    return 2;
-}
-
 void uploadPlane(const std::uint8_t* data, int stride, int width, int height, const PlaneFormat& format) {
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     if (stride % format.bytesPerPixel == 0) {
@@ -153,7 +141,6 @@ void VideoPlaneTextures::bind(GLuint program, const char* prefix, GLuint firstUn
             -(columns[row] * lumaZero + columns[3 + row] * chromaZero + columns[6 + row] * chromaZero));
     }
     const std::string name(prefix);
-    glUniform1i(glGetUniformLocation(program, (name + "Layout").c_str()), layoutValue(layout_));
     glUniformMatrix3fv(glGetUniformLocation(program, (name + "Matrix").c_str()), 1, GL_FALSE, matrix.data());
     glUniform3fv(glGetUniformLocation(program, (name + "Offset").c_str()), 1, offset.data());
 }

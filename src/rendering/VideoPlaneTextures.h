@@ -20,9 +20,10 @@ public:
 
     // Binds the planes to units first, first + 1 and first + 2 (a plane the
     // layout lacks is bound to the first), and sets the program's uniforms
-    // `<prefix>Layout`, `<prefix>Matrix` and `<prefix>Offset`.
+    // `<prefix>Matrix` and `<prefix>Offset`.
     void bind(GLuint program, const char* prefix, GLuint firstUnit) const;
 
+    VideoPixelLayout layout() const noexcept { return layout_; }
     int width() const noexcept { return width_; }
     int height() const noexcept { return height_; }
     // The first plane, bound where a slot must hold some texture.

@@ -1,4 +1,5 @@
 #include "RenderedFrames.h"
+#include "media/PngCodec.h"
 #include "rendering/RenderContext.h"
 #include "rendering/RenderTarget.h"
 #include "rendering/SceneRenderer.h"
@@ -42,6 +43,18 @@ SceneState fullScreenScene() {
     scene.canvas.cornerRadius = 0;
     scene.cursor.visible = false;
     return scene;
+}
+
+std::string pngOf(int width, int height, const std::function<Rgb(int x, int y)>& colorAt) {
+    std::vector<std::uint8_t> rgba;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const Rgb color = colorAt(x, y);
+            rgba.insert(rgba.end(), {static_cast<std::uint8_t>(color[0]), static_cast<std::uint8_t>(color[1]),
+                                     static_cast<std::uint8_t>(color[2]), 255});
+        }
+    }
+    return encodePng(width, height, rgba);
 }
 
 AnnotationElement annotation(AnnotationKind kind, RectValue bounds) {
@@ -146,6 +159,40 @@ TEST_F(SceneRendererTest, CursorIsDrawnAtItsPositionAndScale) {
     EXPECT_GT(render(source.planes(), scene).at(164, 108)[0], 200);
     scene.cursor.scale = 2;
     EXPECT_LT(render(source.planes(), scene).at(164, 108)[0], 60);
+
+    // A registered shape replaces the arrow, hot spot and all.
+    CursorAssetPayload payload;
+    payload.descriptor = {"square", "cursor/assets/square.png", {10, 10}, {5, 5}};
+    payload.pngData = pngOf(10, 10, [](int, int) { return Rgb{200, 0, 200}; });
+    renderer.registerCursorAssets({payload});
+    scene.cursor.assetID = "square";
+    scene.cursor.scale = 1;
+    const Picture custom = render(source.planes(), scene);
+    EXPECT_LE(colorDistance(custom.at(157, 87), {200, 0, 200}), 3);
+    EXPECT_LE(colorDistance(custom.at(162, 98), {255, 255, 255}), 3);
+}
+
+TEST_F(SceneRendererTest, BackgroundImageCoversTheOutputKeepingItsAspect) {
+    ProjectSnapshot snapshot;
+    CanvasBackgroundImage image{"wide", "backgrounds/wide.png", PixelSize(200, 50),
+                                CanvasBackgroundImageSource::uploaded, std::nullopt};
+    snapshot.timeline.canvas.image = image;
+    // Four times as wide as high, wider than the output: its left and right ends are
+    // cut off. The last payload of the id is the one used.
+    snapshot.canvasBackgroundAssets = {{image, pngOf(200, 50, [](int, int) { return green; })},
+                                       {image, pngOf(200, 50, [](int x, int) {
+                                            return x < 50 ? green : x < 100 ? red : x < 150 ? blue : yellow;
+                                        })}};
+    renderer.registerProjectAssets(snapshot);
+
+    SceneState scene;
+    scene.canvas.image = image;
+    scene.canvas.padding = 0.1;
+    scene.cursor.visible = false;
+    const Picture picture = render(solidFrame(320, 180, grey).planes(), scene);
+    EXPECT_LE(colorDistance(picture.at(3, 90), red), 3);
+    EXPECT_LE(colorDistance(picture.at(316, 90), blue), 3);
+    EXPECT_LE(colorDistance(picture.at(160, 90), grey), 3);
 }
 
 TEST_F(SceneRendererTest, ClickEffectsAreDrawnInTheAccentColour) {
@@ -231,6 +278,51 @@ TEST_F(SceneRendererTest, SeventeenAnnotationsThrowBeforeAnythingIsDrawn) {
     Picture after{outputWidth, outputHeight, {}};
     target.readRgba(after.rgba);
     EXPECT_EQ(after.rgba, before.rgba);
+}
+
+TEST_F(SceneRendererTest, CaptionLiesAboveTheAnnotations) {
+    CaptionState caption;
+    caption.text = "字幕 caption";
+    caption.appearance = CaptionAppearance::whiteOnBlack;
+    caption.bottomPosition = 0.1;
+    const CaptionRenderAsset asset =
+        captions.asset(caption.text, {}, caption.appearance, caption.maximumLines, caption.fontScale,
+                       caption.bottomPosition, PixelSize::unnormalized(outputWidth, outputHeight));
+    if (!asset.bitmap || asset.bitmap->width < 3) {
+        GTEST_SKIP() << "captions are not set in this build";
+    }
+    // An opaque bitmap pixel with opaque neighbours comes out unchanged.
+    const CaptionBitmap& bitmap = *asset.bitmap;
+    const auto pixelAt = [&](int x, int y) {
+        return &bitmap.rgbaPremultiplied[(static_cast<std::size_t>(y) * bitmap.width + x) * 4];
+    };
+    std::optional<std::pair<int, int>> opaque;
+    for (int y = 1; y + 1 < bitmap.height && !opaque; ++y) {
+        for (int x = 1; x + 1 < bitmap.width && !opaque; ++x) {
+            bool solid = true;
+            for (int dy = -1; dy <= 1; ++dy) {
+                for (int dx = -1; dx <= 1; ++dx) {
+                    solid = solid && std::memcmp(pixelAt(x + dx, y + dy), pixelAt(x, y), 4) == 0 &&
+                            pixelAt(x, y)[3] == 255;
+                }
+            }
+            if (solid) {
+                opaque = std::pair{x, y};
+            }
+        }
+    }
+    ASSERT_TRUE(opaque.has_value());
+
+    SceneState scene = fullScreenScene();
+    scene.caption = caption;
+    scene.annotations = {annotation(AnnotationKind::mosaic, {0, 0, 1, 1})};
+    const Picture picture = render(quadrants(320, 180).planes(), scene);
+    const int x = static_cast<int>((asset.rect.x + (opaque->first + 0.5) / bitmap.width * asset.rect.width) *
+                                   outputWidth);
+    const int y = static_cast<int>(
+        (asset.rect.y + (opaque->second + 0.5) / bitmap.height * asset.rect.height) * outputHeight);
+    const std::uint8_t* expected = pixelAt(opaque->first, opaque->second);
+    EXPECT_LE(colorDistance(picture.at(x, y), {expected[0], expected[1], expected[2]}), 8);
 }
 
 TEST_F(SceneRendererTest, DeviceFrameSurroundsTheRecording) {

@@ -27,12 +27,12 @@ uniform vec4 uScene[19];
 // back top row first), 0 for a bottom-up window framebuffer.
 uniform int uRowsTopFirst;
 
-// Decoded frames: layout 0 planar Y U V, 1 Y and interleaved UV, 2 RGBA. The
-// matrix and offset take sampled Y, Cb, Cr straight to RGB.
+// Decoded frames, in the layout RILO_SCREEN_LAYOUT and RILO_WEBCAM_LAYOUT
+// name: 0 planar Y U V, 1 Y and interleaved UV, 2 RGBA. The matrix and offset
+// take sampled Y, Cb, Cr straight to RGB.
 uniform sampler2D uScreenPlane0;
 uniform sampler2D uScreenPlane1;
 uniform sampler2D uScreenPlane2;
-uniform int uScreenLayout;
 uniform mat3 uScreenMatrix;
 uniform vec3 uScreenOffset;
 uniform vec2 uScreenTextureSize;
@@ -40,7 +40,6 @@ uniform vec2 uScreenTextureSize;
 uniform sampler2D uWebcamPlane0;
 uniform sampler2D uWebcamPlane1;
 uniform sampler2D uWebcamPlane2;
-uniform int uWebcamLayout;
 uniform mat3 uWebcamMatrix;
 uniform vec3 uWebcamOffset;
 
@@ -56,20 +55,35 @@ const int blurSamples = 7;
 // Click effects are sized in cursor points.
 const float clickRadiusPoints = 26.0;
 
-vec3 sampleVideo(sampler2D plane0, sampler2D plane1, sampler2D plane2, int pixelLayout, mat3 matrix, vec3 offset,
-                 vec2 point) {
-    if (pixelLayout == 2) {
-        return texture(plane0, point).rgb;
-    }
-    float luma = texture(plane0, point).r;
-    vec2 chroma = pixelLayout == 1 ? texture(plane1, point).rg : vec2(texture(plane1, point).r, texture(plane2, point).r);
+vec3 yuvToRgb(float luma, vec2 chroma, mat3 matrix, vec3 offset) {
     return clamp(matrix * vec3(luma, chroma) + offset, 0.0, 1.0);
 }
 
 vec3 sampleScreen(vec2 point) {
-    return sampleVideo(uScreenPlane0, uScreenPlane1, uScreenPlane2, uScreenLayout, uScreenMatrix, uScreenOffset,
-                       point);
+#if RILO_SCREEN_LAYOUT == 2
+    return texture(uScreenPlane0, point).rgb;
+#elif RILO_SCREEN_LAYOUT == 1
+    return yuvToRgb(texture(uScreenPlane0, point).r, texture(uScreenPlane1, point).rg, uScreenMatrix, uScreenOffset);
+#else
+    return yuvToRgb(texture(uScreenPlane0, point).r,
+                    vec2(texture(uScreenPlane1, point).r, texture(uScreenPlane2, point).r), uScreenMatrix,
+                    uScreenOffset);
+#endif
 }
+
+#if RILO_WEBCAM
+vec3 sampleWebcam(vec2 point) {
+#if RILO_WEBCAM_LAYOUT == 2
+    return texture(uWebcamPlane0, point).rgb;
+#elif RILO_WEBCAM_LAYOUT == 1
+    return yuvToRgb(texture(uWebcamPlane0, point).r, texture(uWebcamPlane1, point).rg, uWebcamMatrix, uWebcamOffset);
+#else
+    return yuvToRgb(texture(uWebcamPlane0, point).r,
+                    vec2(texture(uWebcamPlane1, point).r, texture(uWebcamPlane2, point).r), uWebcamMatrix,
+                    uWebcamOffset);
+#endif
+}
+#endif
 
 // Signed distance to a rounded rectangle given by its top-left corner and
 // size, negative inside.
@@ -198,8 +212,7 @@ vec3 drawWebcam(vec3 color, vec2 pixel, float minimumMeasure) {
     if (uScene[15].y > 0.5) {
         view.x = 1.0 - view.x;
     }
-    vec3 camera = sampleVideo(uWebcamPlane0, uWebcamPlane1, uWebcamPlane2, uWebcamLayout, uWebcamMatrix,
-                              uWebcamOffset, view);
+    vec3 camera = sampleWebcam(view);
     float borderOpacity = uScene[16].y;
     if (borderOpacity > 0.0) {
         float inBorder = 1.0 - coverage(distance + uScene[16].w);

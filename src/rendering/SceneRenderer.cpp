@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace rilo {
 
@@ -275,41 +276,81 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         prepareDraw(target.framebuffer, target.width, target.height);
     }
 
-    SceneShaderFeatures features;
-    features.motionBlur = scene.motionBlurCamera.has_value();
-    features.cursor = scene.cursor.visible || scene.clickEffect.has_value();
-    features.webcam = uniforms.webcamAspects[0] > 0;
-    features.deviceFrame = deviceFrame != nullptr;
-    features.caption = uniforms.captionRect[2] > 0;
-    features.backgroundImage = uniforms.output[3] == 2;
-    features.screenLayout = screenTextures_.layout();
-    features.webcamLayout = webcam != nullptr ? webcamTextures_.layout() : screenTextures_.layout();
-    const GLuint program = context_.sceneProgram(features);
-    glUseProgram(program);
-    const auto packed = uniforms.packed();
-    glUniform4fv(glGetUniformLocation(program, "uScene"), static_cast<GLsizei>(SceneUniforms::rowCount),
-                 packed.data());
-    glUniform1i(glGetUniformLocation(program, "uRowsTopFirst"), target.rowsTopFirst ? 1 : 0);
-    glUniform2f(glGetUniformLocation(program, "uScreenTextureSize"), static_cast<float>(source.width),
-                static_cast<float>(source.height));
-    const GLuint sampler = context_.sampler();
-    const GLuint mipmapSampler = context_.mipmapSampler();
-    screenTextures_.bind(program, "uScreen", screenUnit);
-    const VideoPlaneTextures& webcamPlanes = webcam != nullptr ? webcamTextures_ : screenTextures_;
-    webcamPlanes.bind(program, "uWebcam", webcamUnit);
-    for (GLuint unit = 0; unit < 3; ++unit) {
-        glBindSampler(screenUnit + unit, sampler);
-        glBindSampler(webcamUnit + unit, sampler);
+    SceneShaderFeatures local;
+    local.motionBlur = scene.motionBlurCamera.has_value();
+    local.deviceFrame = deviceFrame != nullptr;
+    local.backgroundImage = uniforms.output[3] == 2;
+    local.screenLayout = screenTextures_.layout();
+    local.webcamLayout = webcam != nullptr ? webcamTextures_.layout() : screenTextures_.layout();
+    local.cursor = scene.cursor.visible || scene.clickEffect.has_value();
+    local.webcam = uniforms.webcamAspects[0] > 0;
+    local.caption = uniforms.captionRect[2] > 0;
+    SceneShaderFeatures wide = local;
+    wide.cursor = false;
+    wide.webcam = false;
+    wide.caption = false;
+
+    const auto draw = [&](const SceneShaderFeatures& features) {
+        const GLuint program = context_.sceneProgram(features);
+        glUseProgram(program);
+        const auto packed = uniforms.packed();
+        glUniform4fv(glGetUniformLocation(program, "uScene"), static_cast<GLsizei>(SceneUniforms::rowCount),
+                     packed.data());
+        glUniform1i(glGetUniformLocation(program, "uRowsTopFirst"), target.rowsTopFirst ? 1 : 0);
+        glUniform2f(glGetUniformLocation(program, "uScreenTextureSize"), static_cast<float>(source.width),
+                    static_cast<float>(source.height));
+        glUniform1f(glGetUniformLocation(program, "uClickRadiusPoints"),
+                    static_cast<float>(clickEffectRadiusPoints));
+        const GLuint sampler = context_.sampler();
+        const GLuint mipmapSampler = context_.mipmapSampler();
+        screenTextures_.bind(program, "uScreen", screenUnit);
+        const VideoPlaneTextures& webcamPlanes = webcam != nullptr ? webcamTextures_ : screenTextures_;
+        webcamPlanes.bind(program, "uWebcam", webcamUnit);
+        for (GLuint unit = 0; unit < 3; ++unit) {
+            glBindSampler(screenUnit + unit, sampler);
+            glBindSampler(webcamUnit + unit, sampler);
+        }
+        const GLuint anyTexture = screenTextures_.anyTexture();
+        bindTexture(cursorUnit, cursorTexture, mipmapSampler);
+        bindTexture(captionUnit, caption != 0 ? caption : anyTexture, sampler);
+        bindTexture(backgroundUnit, background != nullptr ? background->texture.get() : anyTexture,
+                    mipmapSampler);
+        bindTexture(deviceFrameUnit, deviceFrame != nullptr ? deviceFrame->texture.get() : anyTexture,
+                    mipmapSampler);
+        glBindVertexArray(context_.vertexArray());
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    };
+
+    // The small layers (cursor, click, webcam, caption) cost every pixel of a
+    // software rasteriser if they are in the program. The whole picture is
+    // drawn without them, then drawn again with them only where they lie;
+    // both draws compute the same layers beneath, so the result is the same
+    // as one draw of the full program.
+    const std::vector<RectValue> rects =
+        SceneUniformRules::localLayerRects(uniforms, inputs.screenTextureSize);
+    double localArea = 0;
+    for (const RectValue& rect : rects) {
+        localArea += rect.width * rect.height;
     }
-    const GLuint anyTexture = screenTextures_.anyTexture();
-    bindTexture(cursorUnit, cursorTexture, mipmapSampler);
-    bindTexture(captionUnit, caption != 0 ? caption : anyTexture, sampler);
-    bindTexture(backgroundUnit, background != nullptr ? background->texture.get() : anyTexture,
-                mipmapSampler);
-    bindTexture(deviceFrameUnit, deviceFrame != nullptr ? deviceFrame->texture.get() : anyTexture,
-                mipmapSampler);
-    glBindVertexArray(context_.vertexArray());
-    glDrawArrays(GL_TRIANGLES, 0, 3);
+    const double outputArea = static_cast<double>(target.width) * target.height;
+    if (rects.empty() || localArea > 0.5 * outputArea) {
+        draw(local);
+    } else {
+        draw(wide);
+        glEnable(GL_SCISSOR_TEST);
+        for (const RectValue& rect : rects) {
+            const int left = std::clamp(static_cast<int>(std::floor(rect.x)), 0, target.width);
+            const int right = std::clamp(static_cast<int>(std::ceil(rect.maxX())), 0, target.width);
+            const int top = std::clamp(static_cast<int>(std::floor(rect.y)), 0, target.height);
+            const int bottom = std::clamp(static_cast<int>(std::ceil(rect.maxY())), 0, target.height);
+            if (right <= left || bottom <= top) {
+                continue;
+            }
+            glScissor(left, target.rowsTopFirst ? top : target.height - bottom, right - left, bottom - top);
+            draw(local);
+        }
+        glDisable(GL_SCISSOR_TEST);
+    }
     unbindUnits(sceneUnitCount);
 
     if (!annotations.empty()) {

@@ -172,6 +172,53 @@ std::vector<AnnotationUniform> annotationUniforms(const std::vector<AnnotationEl
     return uniforms;
 }
 
+double cursorPointPixels(const SceneUniforms& uniforms, SizeValue screenTextureSize) noexcept {
+    const double screenPixels = uniforms.screenRect[2] * uniforms.output[0];
+    const double sourcePixels = std::max(uniforms.sourceRect[2] * screenTextureSize.width, 1.0);
+    return screenPixels / sourcePixels * uniforms.camera[2];
+}
+
+std::vector<RectValue> localLayerRects(const SceneUniforms& uniforms, SizeValue screenTextureSize) {
+    const double width = uniforms.output[0];
+    const double height = uniforms.output[1];
+    const RectValue screen{uniforms.screenRect[0] * width, uniforms.screenRect[1] * height,
+                           uniforms.screenRect[2] * width, uniforms.screenRect[3] * height};
+    const double pointPixels = cursorPointPixels(uniforms, screenTextureSize);
+    // A pixel of margin for anti-aliasing and filtering.
+    const auto grown = [](RectValue rect, double margin) {
+        return RectValue{rect.x - margin, rect.y - margin, rect.width + 2 * margin, rect.height + 2 * margin};
+    };
+    std::vector<RectValue> rects;
+    if (uniforms.camera[3] > 0) {
+        const double x = screen.x + uniforms.cursor[0] * screen.width - uniforms.cursorShape[2] * pointPixels;
+        const double y =
+            screen.y + uniforms.cursor[1] * screen.height - uniforms.cursorShape[3] * pointPixels;
+        rects.push_back(
+            grown({x, y, uniforms.cursorShape[0] * pointPixels, uniforms.cursorShape[1] * pointPixels}, 2));
+    }
+    if (uniforms.cursor[2] >= 0) {
+        // The ring grows to 1.2 radii, plus half its width.
+        const double reach = clickEffectRadiusPoints * pointPixels * 1.2 + 2 * pointPixels + 2;
+        const double x = screen.x + uniforms.clickPosition[0] * screen.width;
+        const double y = screen.y + uniforms.clickPosition[1] * screen.height;
+        rects.push_back({x - reach, y - reach, 2 * reach, 2 * reach});
+    }
+    if (uniforms.webcamAspects[0] > 0) {
+        // The shadow reaches its softness below and beside the picture.
+        const double unit = std::min(width, height) / 1080;
+        const double shadow = (uniforms.webcamShadow[2] + uniforms.webcamShadow[3]) * unit + 2;
+        rects.push_back(grown({uniforms.webcamRect[0] * width, uniforms.webcamRect[1] * height,
+                               uniforms.webcamRect[2] * width, uniforms.webcamRect[3] * height},
+                              shadow));
+    }
+    if (uniforms.captionRect[2] > 0 && uniforms.captionRect[3] > 0) {
+        rects.push_back(grown({uniforms.captionRect[0] * width, uniforms.captionRect[1] * height,
+                               uniforms.captionRect[2] * width, uniforms.captionRect[3] * height},
+                              2));
+    }
+    return rects;
+}
+
 SceneUniforms sceneUniforms(const SceneState& scene, const SceneUniformInputs& inputs) {
     const SizeValue outputSize = inputs.outputSize;
     SceneUniforms uniforms;

@@ -19,6 +19,9 @@ inline constexpr std::array<double, 4> sceneAccentColor{0.0, 0.48, 1.0, 1.0};
 
 inline constexpr std::size_t maximumRenderedAnnotations = 16;
 
+// The largest radius of a click effect, in cursor points, before its growth.
+inline constexpr double clickEffectRadiusPoints = 26;
+
 // A cursor picture's measures in points.
 struct CursorShape {
     SizeValue size;
@@ -114,6 +117,15 @@ WebcamGeometry webcamGeometry(const std::optional<WebcamState>& state, std::opti
 
 // Throws SceneRendererError::tooManyAnnotations above 16.
 std::vector<AnnotationUniform> annotationUniforms(const std::vector<AnnotationElement>& annotations);
+
+// How many output pixels one cursor point covers: cursor points follow the
+// content, one source pixel a point, magnified by the camera.
+double cursorPointPixels(const SceneUniforms& uniforms, SizeValue screenTextureSize) noexcept;
+
+// The output pixel rectangles (origin top left) outside which the cursor,
+// the click effect, the webcam and the caption leave the picture untouched,
+// so that a renderer may draw those layers only there.
+std::vector<RectValue> localLayerRects(const SceneUniforms& uniforms, SizeValue screenTextureSize);
 
 // The whole record for a frame; drawing without a caption sets its row to
 // zero, as the main pass does when annotations follow.

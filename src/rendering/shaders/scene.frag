@@ -52,8 +52,8 @@ uniform sampler2D uDeviceFrame;
 out vec4 fragColor;
 
 const int blurSamples = 7;
-// Click effects are sized in cursor points.
-const float clickRadiusPoints = 26.0;
+// The largest radius of a click effect, in cursor points.
+uniform float uClickRadiusPoints;
 
 vec3 yuvToRgb(float luma, vec2 chroma, mat3 matrix, vec3 offset) {
     return clamp(matrix * vec3(luma, chroma) + offset, 0.0, 1.0);
@@ -156,7 +156,7 @@ vec4 cursorLayer(vec2 pixel, vec4 screenRect, float pointPixels) {
         int style = int(uScene[10].w + 0.5);
         vec2 center = screenRect.xy + uScene[12].xy * screenRect.zw;
         float distance = length(pixel - center);
-        float radius = clickRadiusPoints * pointPixels;
+        float radius = uClickRadiusPoints * pointPixels;
         float grown = 1.0 - pow(1.0 - clamp(progress, 0.0, 1.0), 3.0);
         float fade = 1.0 - clamp(progress, 0.0, 1.0);
         vec3 accent = uScene[13].rgb;

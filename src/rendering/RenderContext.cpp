@@ -216,8 +216,8 @@ RenderContext::~RenderContext() {
 
 unsigned SceneShaderFeatures::bits() const noexcept {
     return (motionBlur ? 1U : 0U) | (cursor ? 2U : 0U) | (webcam ? 4U : 0U) | (deviceFrame ? 8U : 0U) |
-           (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U) | (static_cast<unsigned>(screenLayout) << 6) |
-           (static_cast<unsigned>(webcamLayout) << 8);
+           (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U) | (screenRgba ? 64U : 0U) |
+           (webcamRgba ? 128U : 0U);
 }
 
 GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
@@ -232,16 +232,13 @@ GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
         flag("RILO_BLUR", features.motionBlur) + flag("RILO_CURSOR", features.cursor) +
         flag("RILO_WEBCAM", features.webcam) + flag("RILO_DEVICE_FRAME", features.deviceFrame) +
         flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage) +
-        "#define RILO_SCREEN_LAYOUT " + std::to_string(static_cast<int>(features.screenLayout)) + "\n" +
-        "#define RILO_WEBCAM_LAYOUT " + std::to_string(static_cast<int>(features.webcamLayout)) + "\n";
+        flag("RILO_SCREEN_RGBA", features.screenRgba) + flag("RILO_WEBCAM_RGBA", features.webcamRgba);
     gl::Program program = linkProgram(shaders::sceneFragmentSource, definitions,
                                       {{"uScreenPlane0", 0},
                                        {"uScreenPlane1", 1},
-                                       {"uScreenPlane2", 2},
                                        {"uCursor", 3},
                                        {"uWebcamPlane0", 4},
                                        {"uWebcamPlane1", 5},
-                                       {"uWebcamPlane2", 6},
                                        {"uCaption", 7},
                                        {"uBackground", 8},
                                        {"uDeviceFrame", 9}});

@@ -13,7 +13,6 @@
 #include "rendering/GlObjects.h"
 #include "shared/Errors.h"
 #include "shared/Geometry.h"
-#include "shared/VideoFramePlanes.h"
 
 #include <cstdint>
 #include <map>
@@ -63,8 +62,8 @@ struct SceneShaderFeatures {
     bool deviceFrame = false;
     bool caption = false;
     bool backgroundImage = false;
-    VideoPixelLayout screenLayout = VideoPixelLayout::yuv420p;
-    VideoPixelLayout webcamLayout = VideoPixelLayout::yuv420p;
+    bool screenRgba = false;
+    bool webcamRgba = false;
 
     unsigned bits() const noexcept;
     friend bool operator==(const SceneShaderFeatures&, const SceneShaderFeatures&) = default;

@@ -280,8 +280,8 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
     local.motionBlur = scene.motionBlurCamera.has_value();
     local.deviceFrame = deviceFrame != nullptr;
     local.backgroundImage = uniforms.output[3] == 2;
-    local.screenLayout = screenTextures_.layout();
-    local.webcamLayout = webcam != nullptr ? webcamTextures_.layout() : screenTextures_.layout();
+    local.screenRgba = screenTextures_.isRgba();
+    local.webcamRgba = webcam != nullptr ? webcamTextures_.isRgba() : screenTextures_.isRgba();
     local.cursor = scene.cursor.visible || scene.clickEffect.has_value();
     local.webcam = uniforms.webcamAspects[0] > 0;
     local.caption = uniforms.captionRect[2] > 0;
@@ -306,7 +306,7 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         screenTextures_.bind(program, "uScreen", screenUnit);
         const VideoPlaneTextures& webcamPlanes = webcam != nullptr ? webcamTextures_ : screenTextures_;
         webcamPlanes.bind(program, "uWebcam", webcamUnit);
-        for (GLuint unit = 0; unit < 3; ++unit) {
+        for (GLuint unit = 0; unit < 2; ++unit) {
             glBindSampler(screenUnit + unit, sampler);
             glBindSampler(webcamUnit + unit, sampler);
         }

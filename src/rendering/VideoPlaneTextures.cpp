@@ -16,28 +16,12 @@ struct PlaneFormat {
     int heightDivisor;
 };
 
-int planeCount(VideoPixelLayout layout) {
-    switch (layout) {
-    case VideoPixelLayout::yuv420p:
-        return 3;
-    case VideoPixelLayout::nv12:
-        return 2;
-    case VideoPixelLayout::rgba:
-        return 1;
-    }
-    return 1;
-}
-
+// Luma (or RGBA) and chroma; chroma is at half width and height.
 PlaneFormat planeFormat(VideoPixelLayout layout, int plane) {
-    switch (layout) {
-    case VideoPixelLayout::yuv420p:
-        return plane == 0 ? PlaneFormat{GL_R8, GL_RED, 1, 1, 1} : PlaneFormat{GL_R8, GL_RED, 1, 2, 2};
-    case VideoPixelLayout::nv12:
-        return plane == 0 ? PlaneFormat{GL_R8, GL_RED, 1, 1, 1} : PlaneFormat{GL_RG8, GL_RG, 2, 2, 2};
-    case VideoPixelLayout::rgba:
+    if (layout == VideoPixelLayout::rgba) {
         return {GL_RGBA8, GL_RGBA, 4, 1, 1};
     }
-    return {GL_RGBA8, GL_RGBA, 4, 1, 1};
+    return plane == 0 ? PlaneFormat{GL_R8, GL_RED, 1, 1, 1} : PlaneFormat{GL_RG8, GL_RG, 2, 2, 2};
 }
 
 void uploadPlane(const std::uint8_t* data, int stride, int width, int height, const PlaneFormat& format) {
@@ -58,22 +42,25 @@ void uploadPlane(const std::uint8_t* data, int stride, int width, int height, co
 } // namespace
 
 void VideoPlaneTextures::upload(const VideoFramePlanes& frame) {
-    const int count = planeCount(frame.layout);
+    const int planeCount = frame.layout == VideoPixelLayout::rgba ? 1 : 2;
+    const int sourcePlanes = frame.layout == VideoPixelLayout::yuv420p ? 3 : planeCount;
     if (frame.width <= 0 || frame.height <= 0) {
         throw RenderContextError::textureCreation(0);
     }
-    for (int plane = 0; plane < count; ++plane) {
+    for (int plane = 0; plane < sourcePlanes; ++plane) {
         if (frame.data[static_cast<std::size_t>(plane)] == nullptr) {
             throw RenderContextError::textureCreation(0);
         }
     }
+    const int chromaWidth = (frame.width + 1) / 2;
+    const int chromaHeight = (frame.height + 1) / 2;
     const bool reallocate =
         !planes_[0] || frame.layout != layout_ || frame.width != width_ || frame.height != height_;
     if (reallocate) {
         for (auto& texture : planes_) {
             texture.reset();
         }
-        for (int plane = 0; plane < count; ++plane) {
+        for (int plane = 0; plane < planeCount; ++plane) {
             const PlaneFormat format = planeFormat(frame.layout, plane);
             gl::Texture texture = gl::makeTexture();
             glBindTexture(GL_TEXTURE_2D, texture.get());
@@ -88,13 +75,29 @@ void VideoPlaneTextures::upload(const VideoFramePlanes& frame) {
     }
     matrix_ = frame.matrix;
     fullRange_ = frame.fullRange;
-    for (int plane = 0; plane < count; ++plane) {
-        const PlaneFormat format = planeFormat(frame.layout, plane);
-        const auto index = static_cast<std::size_t>(plane);
-        glBindTexture(GL_TEXTURE_2D, planes_[index].get());
-        uploadPlane(frame.data[index], frame.strides[index],
-                    (frame.width + format.widthDivisor - 1) / format.widthDivisor,
-                    (frame.height + format.heightDivisor - 1) / format.heightDivisor, format);
+
+    const PlaneFormat first = planeFormat(frame.layout, 0);
+    glBindTexture(GL_TEXTURE_2D, planes_[0].get());
+    uploadPlane(frame.data[0], frame.strides[0], frame.width, frame.height, first);
+    if (planeCount == 2) {
+        const PlaneFormat chroma = planeFormat(frame.layout, 1);
+        glBindTexture(GL_TEXTURE_2D, planes_[1].get());
+        if (frame.layout == VideoPixelLayout::nv12) {
+            uploadPlane(frame.data[1], frame.strides[1], chromaWidth, chromaHeight, chroma);
+        } else {
+            interleavedChroma_.resize(static_cast<std::size_t>(chromaWidth) * chromaHeight * 2);
+            std::uint8_t* out = interleavedChroma_.data();
+            for (int row = 0; row < chromaHeight; ++row) {
+                const std::uint8_t* blue =
+                    frame.data[1] + static_cast<std::ptrdiff_t>(row) * frame.strides[1];
+                const std::uint8_t* red = frame.data[2] + static_cast<std::ptrdiff_t>(row) * frame.strides[2];
+                for (int column = 0; column < chromaWidth; ++column) {
+                    *out++ = blue[column];
+                    *out++ = red[column];
+                }
+            }
+            uploadPlane(interleavedChroma_.data(), chromaWidth * 2, chromaWidth, chromaHeight, chroma);
+        }
     }
     glBindTexture(GL_TEXTURE_2D, 0);
     if (const GLenum error = glGetError(); error != GL_NO_ERROR) {
@@ -104,7 +107,7 @@ void VideoPlaneTextures::upload(const VideoFramePlanes& frame) {
 }
 
 void VideoPlaneTextures::bind(GLuint program, const char* prefix, GLuint firstUnit) const {
-    for (GLuint plane = 0; plane < 3; ++plane) {
+    for (GLuint plane = 0; plane < 2; ++plane) {
         const gl::Texture& texture = planes_[plane];
         glActiveTexture(GL_TEXTURE0 + firstUnit + plane);
         glBindTexture(GL_TEXTURE_2D, texture ? texture.get() : planes_[0].get());

@@ -27,19 +27,17 @@ uniform vec4 uScene[19];
 // back top row first), 0 for a bottom-up window framebuffer.
 uniform int uRowsTopFirst;
 
-// Decoded frames, in the layout RILO_SCREEN_LAYOUT and RILO_WEBCAM_LAYOUT
-// name: 0 planar Y U V, 1 Y and interleaved UV, 2 RGBA. The matrix and offset
-// take sampled Y, Cb, Cr straight to RGB.
+// Decoded frames: RGBA where RILO_SCREEN_RGBA or RILO_WEBCAM_RGBA say so,
+// otherwise luma in plane 0 and interleaved Cb, Cr in plane 1. The matrix and
+// offset take sampled Y, Cb, Cr straight to RGB.
 uniform sampler2D uScreenPlane0;
 uniform sampler2D uScreenPlane1;
-uniform sampler2D uScreenPlane2;
 uniform mat3 uScreenMatrix;
 uniform vec3 uScreenOffset;
 uniform vec2 uScreenTextureSize;
 
 uniform sampler2D uWebcamPlane0;
 uniform sampler2D uWebcamPlane1;
-uniform sampler2D uWebcamPlane2;
 uniform mat3 uWebcamMatrix;
 uniform vec3 uWebcamOffset;
 
@@ -60,27 +58,19 @@ vec3 yuvToRgb(float luma, vec2 chroma, mat3 matrix, vec3 offset) {
 }
 
 vec3 sampleScreen(vec2 point) {
-#if RILO_SCREEN_LAYOUT == 2
+#if RILO_SCREEN_RGBA
     return texture(uScreenPlane0, point).rgb;
-#elif RILO_SCREEN_LAYOUT == 1
-    return yuvToRgb(texture(uScreenPlane0, point).r, texture(uScreenPlane1, point).rg, uScreenMatrix, uScreenOffset);
 #else
-    return yuvToRgb(texture(uScreenPlane0, point).r,
-                    vec2(texture(uScreenPlane1, point).r, texture(uScreenPlane2, point).r), uScreenMatrix,
-                    uScreenOffset);
+    return yuvToRgb(texture(uScreenPlane0, point).r, texture(uScreenPlane1, point).rg, uScreenMatrix, uScreenOffset);
 #endif
 }
 
 #if RILO_WEBCAM
 vec3 sampleWebcam(vec2 point) {
-#if RILO_WEBCAM_LAYOUT == 2
+#if RILO_WEBCAM_RGBA
     return texture(uWebcamPlane0, point).rgb;
-#elif RILO_WEBCAM_LAYOUT == 1
-    return yuvToRgb(texture(uWebcamPlane0, point).r, texture(uWebcamPlane1, point).rg, uWebcamMatrix, uWebcamOffset);
 #else
-    return yuvToRgb(texture(uWebcamPlane0, point).r,
-                    vec2(texture(uWebcamPlane1, point).r, texture(uWebcamPlane2, point).r), uWebcamMatrix,
-                    uWebcamOffset);
+    return yuvToRgb(texture(uWebcamPlane0, point).r, texture(uWebcamPlane1, point).rg, uWebcamMatrix, uWebcamOffset);
 #endif
 }
 #endif

@@ -1,0 +1,18 @@
+# Writes OUTPUT, a header with one std::string_view per shader file of INPUTS,
+# named after the file: scene.frag becomes sceneFragmentSource.
+set(content "#pragma once\n\n// Generated from src/rendering/shaders; edit those files instead.\n\n#include <string_view>\n\nnamespace rilo::shaders {\n")
+foreach(input IN LISTS INPUTS)
+  get_filename_component(stem ${input} NAME_WE)
+  get_filename_component(extension ${input} LAST_EXT)
+  if(extension STREQUAL ".vert")
+    set(kind Vertex)
+  else()
+    set(kind Fragment)
+  endif()
+  file(READ ${input} source)
+  string(APPEND content "\ninline constexpr std::string_view ${stem}${kind}Source = R\"glsl(${source})glsl\";\n")
+endforeach()
+string(APPEND content "\n} // namespace rilo::shaders\n")
+file(WRITE ${OUTPUT}.tmp "${content}")
+file(COPY_FILE ${OUTPUT}.tmp ${OUTPUT} ONLY_IF_DIFFERENT)
+file(REMOVE ${OUTPUT}.tmp)

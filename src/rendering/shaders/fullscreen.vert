@@ -1,0 +1,7 @@
+#version 300 es
+// One triangle that covers the whole viewport; fragments work from
+// gl_FragCoord, so no attributes or varyings are needed.
+void main() {
+    vec2 corner = vec2(float((gl_VertexID << 1) & 2), float(gl_VertexID & 2));
+    gl_Position = vec4(corner * 2.0 - 1.0, 0.0, 1.0);
+}

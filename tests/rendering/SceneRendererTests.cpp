@@ -325,6 +325,35 @@ TEST_F(SceneRendererTest, CaptionLiesAboveTheAnnotations) {
     EXPECT_LE(colorDistance(picture.at(x, y), {expected[0], expected[1], expected[2]}), 8);
 }
 
+TEST_F(SceneRendererTest, BottomUpFramebufferGetsTheSamePictureUpsideDown) {
+    // A window's framebuffer has its rows bottom up; every piece of the
+    // picture, cursor and webcam included, must land mirrored there.
+    const SyntheticFrame camera = solidFrame(64, 64, red);
+    const VideoFramePlanes cameraPlanes = camera.planes();
+    SceneState scene;
+    scene.cursor.visible = true;
+    scene.cursor.outputPosition = {0.3, 0.2};
+    scene.clickEffect = ClickEffectState{{0.3, 0.2}, 0.4, ClickEffectStyle::ring};
+    scene.webcam =
+        WebcamState{{0.8, 0.25}, 0.3, false, true, WebcamAspectRatio::square, 1, true, 10, true, 0};
+    scene.annotations = {annotation(AnnotationKind::arrow, {0.1, 0.8, 0.3, 0.1})};
+    const SyntheticFrame source = quadrants(320, 180);
+    const Picture topDown = render(source.planes(), scene, &cameraPlanes);
+
+    FramebufferTarget bottomUp = target.framebufferTarget();
+    bottomUp.rowsTopFirst = false;
+    renderer.encode(source.planes(), &cameraPlanes, scene, bottomUp);
+    Picture flipped{outputWidth, outputHeight, {}};
+    target.readRgba(flipped.rgba);
+    int worst = 0;
+    for (int y = 0; y < outputHeight; ++y) {
+        for (int x = 0; x < outputWidth; ++x) {
+            worst = std::max(worst, colorDistance(topDown.at(x, y), flipped.at(x, outputHeight - 1 - y)));
+        }
+    }
+    EXPECT_LE(worst, 1);
+}
+
 TEST_F(SceneRendererTest, DeviceFrameSurroundsTheRecording) {
     const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(RILO_TEST_BUILD_DIR);
     SceneRenderer framed(context, catalog, RILO_TEST_BUILD_DIR, captions);

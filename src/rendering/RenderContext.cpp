@@ -211,7 +211,7 @@ RenderContext::RenderContext()
 
 RenderContext::~RenderContext() {
     // The GL objects below go before the EGL context, with it current.
-    makeCurrent();
+    eglMakeCurrent(egl_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, egl_->context);
 }
 
 unsigned SceneShaderFeatures::bits() const noexcept {

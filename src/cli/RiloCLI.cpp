@@ -2,6 +2,7 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "cli/ProjectCommandService.h"
+#include "cli/ProjectOutputCommands.h"
 #include "cli/SystemCapabilityInspector.h"
 #include "project/document/TimelineEffectError.h"
 #include "project/document/TimelineValidationError.h"
@@ -48,6 +49,7 @@ void writeText(std::string_view text) {
 struct Dispatcher {
     ProjectStore& store;
     ProjectCommandService& service;
+    ProjectOutputCommands outputs;
 
     json::Json operator()(const command::List&) const { return json::encode(service.list()); }
     json::Json operator()(const command::Help&) const { return {}; }
@@ -77,9 +79,9 @@ struct Dispatcher {
         return unavailable(c.request.projectID, "edit-plan-preview");
     }
     json::Json operator()(const command::Mutate& c) const { return json::encode(service.mutate(c.request)); }
-    json::Json operator()(const command::Frame& c) const { return unavailable(c.projectID, "frame"); }
-    json::Json operator()(const command::Preview& c) const { return unavailable(c.projectID, "preview"); }
-    json::Json operator()(const command::Export& c) const { return unavailable(c.projectID, "export"); }
+    json::Json operator()(const command::Frame& c) const { return json::encode(outputs.frame(c)); }
+    json::Json operator()(const command::Preview& c) const { return json::encode(outputs.preview(c)); }
+    json::Json operator()(const command::Export& c) const { return json::encode(outputs.exportProject(c)); }
 
     [[noreturn]] json::Json unavailable(const std::string& projectID, const std::string& word) const {
         store.project(projectID);
@@ -98,7 +100,7 @@ int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stop
         }
         ProjectStore store(std::nullopt, DeviceFrameCatalog::bundled);
         ProjectCommandService service(store, stopToken);
-        const json::Json response = std::visit(Dispatcher{store, service}, command);
+        const json::Json response = std::visit(Dispatcher{store, service, ProjectOutputCommands(service, store, stopToken)}, command);
         writeJSON(response);
         return 0;
     } catch (const CancellationError& cancelled) {

@@ -71,8 +71,12 @@ struct CanvasState {
 
     CanvasState() = default;
     explicit CanvasState(const CanvasEdit& edit)
-        : aspectRatio(edit.aspectRatio), background(edit.background), preset(edit.preset), image(edit.image),
-          padding(edit.padding), cornerRadius(edit.cornerRadius) {}
+        : aspectRatio(edit.aspectRatio)
+        , background(edit.background)
+        , preset(edit.preset)
+        , image(edit.image)
+        , padding(edit.padding)
+        , cornerRadius(edit.cornerRadius) {}
     CanvasEdit edit() const {
         CanvasEdit result;
         result.aspectRatio = aspectRatio;
@@ -161,12 +165,18 @@ struct TimelineVisualEdits {
     TimelineVisualEdits() = default;
     // A given canvas replaces the timeline's whole; a given webcam overlay
     // replaces the timeline's whole. Everything else is copied.
-    explicit TimelineVisualEdits(const EditTimeline& timeline, std::optional<CanvasState> canvas = std::nullopt,
+    explicit TimelineVisualEdits(const EditTimeline& timeline,
+                                 std::optional<CanvasState> canvas = std::nullopt,
                                  std::optional<WebcamOverlay> webcam = std::nullopt)
-        : canvas(canvas ? *canvas : CanvasState(timeline.canvas)), deviceFrame(timeline.deviceFrame),
-          cursor(timeline.cursor), webcamOverlay(webcam ? webcam : timeline.webcamOverlay),
-          webcamKeyframes(timeline.webcamKeyframes), webcamFullscreenSegments(timeline.webcamFullscreenSegments),
-          zooms(timeline.zooms), motionBlurAmount(timeline.motionBlurAmount), annotations(timeline.annotations) {}
+        : canvas(canvas ? *canvas : CanvasState(timeline.canvas))
+        , deviceFrame(timeline.deviceFrame)
+        , cursor(timeline.cursor)
+        , webcamOverlay(webcam ? webcam : timeline.webcamOverlay)
+        , webcamKeyframes(timeline.webcamKeyframes)
+        , webcamFullscreenSegments(timeline.webcamFullscreenSegments)
+        , zooms(timeline.zooms)
+        , motionBlurAmount(timeline.motionBlurAmount)
+        , annotations(timeline.annotations) {}
 
     friend bool operator==(const TimelineVisualEdits&, const TimelineVisualEdits&) = default;
 };

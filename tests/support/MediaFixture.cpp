@@ -74,7 +74,7 @@ const AVCodec* videoEncoder() {
 
 // Draws frame `number`: a luma ramp that moves 4 pixels a frame, sideways on
 // the screen and downwards on the webcam, so that no two frames are alike.
-void drawPattern(AVFrame& frame, std::int64_t number, bool movesDown) {
+void drawRamp(AVFrame& frame, std::int64_t number, bool movesDown) {
     const int extent = movesDown ? frame.height : frame.width;
     const auto offset = static_cast<int>((number * 4) % extent);
     for (int y = 0; y < frame.height; ++y) {
@@ -89,6 +89,85 @@ void drawPattern(AVFrame& frame, std::int64_t number, bool movesDown) {
             std::uint8_t* row = frame.data[plane] + static_cast<std::ptrdiff_t>(y) * frame.linesize[plane];
             std::fill_n(row, frame.width / 2, std::uint8_t{128});
         }
+    }
+}
+
+struct YuvColor {
+    std::uint8_t y, u, v;
+};
+
+// BT.709 limited range, from 8-bit RGB.
+YuvColor yuv(int r, int g, int b) {
+    const double y = 16 + (0.2126 * r + 0.7152 * g + 0.0722 * b) * 219.0 / 255.0;
+    const double u = 128 + (-0.1146 * r - 0.3854 * g + 0.5 * b) * 224.0 / 255.0;
+    const double v = 128 + (0.5 * r - 0.4542 * g - 0.0458 * b) * 224.0 / 255.0;
+    return {static_cast<std::uint8_t>(std::lround(y)), static_cast<std::uint8_t>(std::lround(u)),
+            static_cast<std::uint8_t>(std::lround(v))};
+}
+
+// Fills a rectangle given in fractions of the frame, clipped to it.
+void fill(AVFrame& frame, double x, double y, double width, double height, YuvColor color) {
+    const int x0 = std::clamp(static_cast<int>(x * frame.width) & ~1, 0, frame.width);
+    const int y0 = std::clamp(static_cast<int>(y * frame.height) & ~1, 0, frame.height);
+    const int x1 = std::clamp(static_cast<int>((x + width) * frame.width) & ~1, 0, frame.width);
+    const int y1 = std::clamp(static_cast<int>((y + height) * frame.height) & ~1, 0, frame.height);
+    for (int row = y0; row < y1; ++row) {
+        std::fill(frame.data[0] + static_cast<std::ptrdiff_t>(row) * frame.linesize[0] + x0,
+                  frame.data[0] + static_cast<std::ptrdiff_t>(row) * frame.linesize[0] + x1, color.y);
+    }
+    for (int row = y0 / 2; row < y1 / 2; ++row) {
+        std::fill(frame.data[1] + static_cast<std::ptrdiff_t>(row) * frame.linesize[1] + x0 / 2,
+                  frame.data[1] + static_cast<std::ptrdiff_t>(row) * frame.linesize[1] + x1 / 2, color.u);
+        std::fill(frame.data[2] + static_cast<std::ptrdiff_t>(row) * frame.linesize[2] + x0 / 2,
+                  frame.data[2] + static_cast<std::ptrdiff_t>(row) * frame.linesize[2] + x1 / 2, color.v);
+    }
+}
+
+// A desktop: a teal wallpaper, a menu bar, a dock, and an editor window whose
+// lines of "text" scroll by a line every half second, with a caret blinking.
+void drawDesktop(AVFrame& frame, std::int64_t number, std::int64_t framesPerSecond) {
+    for (int band = 0; band < 16; ++band) {
+        const double t = band / 15.0;
+        fill(frame, 0, band / 16.0, 1, 1.0 / 16 + 0.01,
+             yuv(static_cast<int>(24 + 30 * t), static_cast<int>(92 + 40 * t),
+                 static_cast<int>(110 + 50 * t)));
+    }
+    fill(frame, 0, 0, 1, 0.035, yuv(236, 236, 240));
+    for (int item = 0; item < 4; ++item) {
+        fill(frame, 0.015 + item * 0.05, 0.012, 0.035, 0.012, yuv(90, 90, 100));
+    }
+    fill(frame, 0.3, 0.92, 0.4, 0.06, yuv(230, 232, 238));
+    const YuvColor icons[] = {yuv(230, 80, 70), yuv(250, 180, 50), yuv(80, 190, 110), yuv(70, 140, 230),
+                              yuv(160, 100, 220)};
+    for (int icon = 0; icon < 5; ++icon) {
+        fill(frame, 0.32 + icon * 0.075, 0.93, 0.04, 0.04, icons[icon]);
+    }
+
+    const double wx = 0.12, wy = 0.1, ww = 0.76, wh = 0.74;
+    fill(frame, wx + 0.006, wy + 0.01, ww, wh, yuv(20, 60, 70)); // shadow
+    fill(frame, wx, wy, ww, wh, yuv(250, 250, 252));
+    fill(frame, wx, wy, ww, 0.05, yuv(222, 224, 230));
+    const YuvColor lights[] = {yuv(240, 90, 80), yuv(245, 190, 60), yuv(90, 200, 90)};
+    for (int light = 0; light < 3; ++light) {
+        fill(frame, wx + 0.012 + light * 0.022, wy + 0.017, 0.012, 0.018, lights[light]);
+    }
+    fill(frame, wx, wy + 0.05, 0.16, wh - 0.05, yuv(238, 240, 245)); // sidebar
+    for (int item = 0; item < 8; ++item) {
+        fill(frame, wx + 0.015, wy + 0.08 + item * 0.05, 0.11, 0.018,
+             item == 2 ? yuv(70, 140, 230) : yuv(190, 194, 204));
+    }
+    const std::int64_t scroll = number * 2 / std::max<std::int64_t>(framesPerSecond, 1);
+    const YuvColor ink[] = {yuv(60, 64, 76), yuv(170, 60, 150), yuv(40, 120, 200), yuv(200, 110, 40)};
+    for (int line = 0; line < 14; ++line) {
+        const std::int64_t n = line + scroll;
+        const double indent = static_cast<double>((n * 7) % 4) * 0.02;
+        const double length = 0.12 + static_cast<double>((n * 37) % 23) * 0.012;
+        const double y = wy + 0.08 + line * 0.045;
+        fill(frame, wx + 0.19 + indent, y, 0.04, 0.018, ink[(n + 1) % 4]);
+        fill(frame, wx + 0.24 + indent, y, length, 0.018, ink[n % 4]);
+    }
+    if ((number * 2 / std::max<std::int64_t>(framesPerSecond, 1)) % 2 == 0) {
+        fill(frame, wx + 0.19, wy + 0.08 + 13 * 0.045, 0.004, 0.024, yuv(20, 20, 20));
     }
 }
 
@@ -140,6 +219,7 @@ public:
     VideoTrackWriter(AVFormatContext& output, const VideoTrackOptions& options, ProjectTime duration,
                      bool barsMoveDown)
         : framesPerSecond_(options.framesPerSecond)
+        , picture_(options.picture)
         , barsMoveDown_(barsMoveDown) {
         frameCount_ =
             std::max<std::int64_t>(1, duration.nanoseconds * options.framesPerSecond / 1'000'000'000);
@@ -191,7 +271,11 @@ public:
             return;
         }
         check(av_frame_make_writable(frame.get()), "cannot write a picture");
-        drawPattern(*frame, next_, barsMoveDown_);
+        if (picture_ == MoviePicture::desktop) {
+            drawDesktop(*frame, next_, framesPerSecond_);
+        } else {
+            drawRamp(*frame, next_, barsMoveDown_);
+        }
         frame->pts = next_;
         send(output, frame.get());
         ++next_;
@@ -199,6 +283,7 @@ public:
 
 private:
     std::int64_t framesPerSecond_;
+    MoviePicture picture_;
     bool barsMoveDown_;
     std::int64_t frameCount_ = 0;
     std::int64_t next_ = 0;

@@ -27,9 +27,15 @@ struct AudioTrackOptions {
     double frequencyHertz = 440;
 };
 
+// What the frames show: a luma ramp that moves 4 pixels a frame (no two
+// frames alike), or a desktop with a window whose contents scroll, for
+// samples a person looks at.
+enum class MoviePicture { movingRamp, desktop };
+
 struct VideoTrackOptions {
     PixelSize pixelSize{320, 180};
     std::int64_t framesPerSecond = 30;
+    MoviePicture picture = MoviePicture::movingRamp;
 };
 
 struct RecordingMovieOptions {

@@ -43,9 +43,14 @@ struct CaptionRenderAsset {
     RectValue rect; // normalised to the output size
 };
 
+// The bitmap could not be made (no face to set the text in, a size beyond
+// what a bitmap can hold, memory). Nothing enters the cache.
 class CaptionRasterizerError : public LocalizedError {
 public:
     using LocalizedError::LocalizedError;
+    static CaptionRasterizerError rasterizationFailed() {
+        return CaptionRasterizerError("无法生成字幕图像。");
+    }
 };
 
 class CaptionRasterizer {
@@ -57,11 +62,18 @@ public:
     CaptionRasterizer(const CaptionRasterizer&) = delete;
     CaptionRasterizer& operator=(const CaptionRasterizer&) = delete;
 
+    // The caption's bitmap, from the cache when the same content was set for
+    // the same output before, and its rectangle: centred horizontally, with
+    // bottomPosition 0 at the bottom edge and 1 at the top edge. maximumLines
+    // is clamped to [1, 2] and fontScale to [0.6, 1.2]. Highlights colour the
+    // occurrence-th literal match of their text in what is rendered.
     CaptionRenderAsset asset(const std::string& text, const std::vector<CaptionHighlight>& highlights,
                              CaptionAppearance appearance, std::int64_t maximumLines, double fontScale,
                              double bottomPosition, PixelSize outputSize);
 
-    // How `text` is set for an output, without drawing.
+    // How `text` is set for an output, without drawing: at the scaled size
+    // when it fits in maximumLines, else at the largest size down to 0.6 of
+    // the base size that fits, else cut with "…" at that minimum size.
     CaptionTextLayout layout(const std::string& text, std::int64_t maximumLines, double fontScale,
                              PixelSize outputSize);
 

@@ -217,6 +217,11 @@ int main(int argc, char** argv) {
     decorated.webcam = webcam;
     decorated.annotations = {annotation(AnnotationKind::rectangle), annotation(AnnotationKind::circle),
                              annotation(AnnotationKind::arrow), annotation(AnnotationKind::mosaic)};
+    CaptionState caption;
+    caption.text = "这是一段字幕 with a caption over the annotations";
+    caption.appearance = CaptionAppearance::whiteOnBlack;
+    caption.bottomPosition = 0.08;
+    decorated.caption = caption;
     renderer.encode(screenPlanes, &cameraPlanes, decorated, target);
     writePng(target, directory / "decorated.png");
 

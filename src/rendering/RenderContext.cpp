@@ -211,13 +211,13 @@ RenderContext::RenderContext()
 
 RenderContext::~RenderContext() {
     // The GL objects below go before the EGL context, with it current.
-    makeCurrent();
+    eglMakeCurrent(egl_->display, EGL_NO_SURFACE, EGL_NO_SURFACE, egl_->context);
 }
 
 unsigned SceneShaderFeatures::bits() const noexcept {
     return (motionBlur ? 1U : 0U) | (cursor ? 2U : 0U) | (webcam ? 4U : 0U) | (deviceFrame ? 8U : 0U) |
            (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U) | (screenRgba ? 64U : 0U) |
-           (webcamRgba ? 128U : 0U);
+           (webcamRgba ? 128U : 0U) | (screen ? 256U : 0U);
 }
 
 GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
@@ -232,7 +232,8 @@ GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
         flag("RILO_BLUR", features.motionBlur) + flag("RILO_CURSOR", features.cursor) +
         flag("RILO_WEBCAM", features.webcam) + flag("RILO_DEVICE_FRAME", features.deviceFrame) +
         flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage) +
-        flag("RILO_SCREEN_RGBA", features.screenRgba) + flag("RILO_WEBCAM_RGBA", features.webcamRgba);
+        flag("RILO_SCREEN_RGBA", features.screenRgba) + flag("RILO_WEBCAM_RGBA", features.webcamRgba) +
+        flag("RILO_SCREEN", features.screen);
     gl::Program program = linkProgram(shaders::sceneFragmentSource, definitions,
                                       {{"uScreenPlane0", 0},
                                        {"uScreenPlane1", 1},

@@ -56,6 +56,9 @@ struct CursorTexture {
 // pay for every instruction of a shader whether a branch is taken or not, so
 // each frame uses the variant with only the layers it shows.
 struct SceneShaderFeatures {
+    // The screen content and the device frame; without them only the
+    // background and the screen's shadow are drawn.
+    bool screen = true;
     bool motionBlur = false;
     bool cursor = false; // the cursor or a click effect
     bool webcam = false;

@@ -61,7 +61,7 @@ void RenderTarget::packYuv420p() {
     glDisable(GL_BLEND);
     glActiveTexture(GL_TEXTURE0);
     glBindTexture(GL_TEXTURE_2D, colorTexture_.get());
-    glBindSampler(0, 0);
+    glBindSampler(0, context_.sampler());
     glBindVertexArray(context_.vertexArray());
     // The Y rows and the U and V rows in two draws, each with its own program,
     // so that neither runs the other's code.
@@ -75,6 +75,7 @@ void RenderTarget::packYuv420p() {
         glDrawArrays(GL_TRIANGLES, 0, 3);
     }
     glDisable(GL_SCISSOR_TEST);
+    glBindSampler(0, 0);
     glBindTexture(GL_TEXTURE_2D, 0);
     glBindVertexArray(0);
     glUseProgram(0);

@@ -321,36 +321,73 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         glDrawArrays(GL_TRIANGLES, 0, 3);
     };
 
-    // The small layers (cursor, click, webcam, caption) cost every pixel of a
-    // software rasteriser if they are in the program. The whole picture is
-    // drawn without them, then drawn again with them only where they lie;
-    // both draws compute the same layers beneath, so the result is the same
-    // as one draw of the full program.
+    // A software rasteriser pays for every instruction of the program at
+    // every pixel, branches not taken included. So the picture is drawn in
+    // scissored pieces, each with the smallest program that gives the same
+    // pixels there: background and shadow outside the screen (and device
+    // frame), the screen without the small layers inside it, and the full
+    // program where the cursor, click, webcam and caption lie.
+    SceneShaderFeatures backdrop = wide;
+    backdrop.screen = false;
+    backdrop.motionBlur = false;
+    backdrop.deviceFrame = false;
+
+    const double outputWidth = target.width;
+    const double outputHeight = target.height;
+    const auto pixels = [&](const SceneUniforms::Row& row) {
+        return RectValue{row[0] * outputWidth, row[1] * outputHeight, row[2] * outputWidth,
+                         row[3] * outputHeight};
+    };
+    RectValue content = pixels(uniforms.screenRect);
+    if (deviceFrame != nullptr) {
+        const RectValue frame = pixels(uniforms.deviceFrameRect);
+        const double left = std::min(content.x, frame.x);
+        const double top = std::min(content.y, frame.y);
+        content = {left, top, std::max(content.maxX(), frame.maxX()) - left,
+                   std::max(content.maxY(), frame.maxY()) - top};
+    }
+    const int contentLeft = std::clamp(static_cast<int>(std::floor(content.x)) - 1, 0, target.width);
+    const int contentRight = std::clamp(static_cast<int>(std::ceil(content.maxX())) + 1, 0, target.width);
+    const int contentTop = std::clamp(static_cast<int>(std::floor(content.y)) - 1, 0, target.height);
+    const int contentBottom = std::clamp(static_cast<int>(std::ceil(content.maxY())) + 1, 0, target.height);
+
+    glEnable(GL_SCISSOR_TEST);
+    // A rectangle of picture rows from the top, in the target's row order.
+    const auto drawIn = [&](int left, int top, int right, int bottom, const SceneShaderFeatures& features) {
+        if (right <= left || bottom <= top) {
+            return;
+        }
+        glScissor(left, target.rowsTopFirst ? top : target.height - bottom, right - left, bottom - top);
+        draw(features);
+    };
     const std::vector<RectValue> rects =
         SceneUniformRules::localLayerRects(uniforms, inputs.screenTextureSize);
     double localArea = 0;
     for (const RectValue& rect : rects) {
         localArea += rect.width * rect.height;
     }
-    const double outputArea = static_cast<double>(target.width) * target.height;
-    if (rects.empty() || localArea > 0.5 * outputArea) {
-        draw(local);
-    } else {
-        draw(wide);
-        glEnable(GL_SCISSOR_TEST);
-        for (const RectValue& rect : rects) {
-            const int left = std::clamp(static_cast<int>(std::floor(rect.x)), 0, target.width);
-            const int right = std::clamp(static_cast<int>(std::ceil(rect.maxX())), 0, target.width);
-            const int top = std::clamp(static_cast<int>(std::floor(rect.y)), 0, target.height);
-            const int bottom = std::clamp(static_cast<int>(std::ceil(rect.maxY())), 0, target.height);
-            if (right <= left || bottom <= top) {
-                continue;
-            }
-            glScissor(left, target.rowsTopFirst ? top : target.height - bottom, right - left, bottom - top);
-            draw(local);
-        }
-        glDisable(GL_SCISSOR_TEST);
+    const bool drawLocalLayersApart = localArea <= 0.5 * outputWidth * outputHeight;
+    const SceneShaderFeatures& body = drawLocalLayersApart ? wide : local;
+    SceneShaderFeatures surround = backdrop;
+    if (!drawLocalLayersApart) {
+        surround.cursor = local.cursor;
+        surround.webcam = local.webcam;
+        surround.caption = local.caption;
     }
+    drawIn(0, 0, target.width, contentTop, surround);
+    drawIn(0, contentBottom, target.width, target.height, surround);
+    drawIn(0, contentTop, contentLeft, contentBottom, surround);
+    drawIn(contentRight, contentTop, target.width, contentBottom, surround);
+    drawIn(contentLeft, contentTop, contentRight, contentBottom, body);
+    if (drawLocalLayersApart) {
+        for (const RectValue& rect : rects) {
+            drawIn(std::clamp(static_cast<int>(std::floor(rect.x)), 0, target.width),
+                   std::clamp(static_cast<int>(std::floor(rect.y)), 0, target.height),
+                   std::clamp(static_cast<int>(std::ceil(rect.maxX())), 0, target.width),
+                   std::clamp(static_cast<int>(std::ceil(rect.maxY())), 0, target.height), local);
+        }
+    }
+    glDisable(GL_SCISSOR_TEST);
     unbindUnits(sceneUnitCount);
 
     if (!annotations.empty()) {

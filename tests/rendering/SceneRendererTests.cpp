@@ -291,38 +291,74 @@ TEST_F(SceneRendererTest, CaptionLiesAboveTheAnnotations) {
     if (!asset.bitmap || asset.bitmap->width < 3) {
         GTEST_SKIP() << "captions are not set in this build";
     }
-    // An opaque bitmap pixel with opaque neighbours comes out unchanged.
+    // A well covered bitmap pixel whose neighbours are alike, so that
+    // filtering does not change it.
     const CaptionBitmap& bitmap = *asset.bitmap;
     const auto pixelAt = [&](int x, int y) {
         return &bitmap.rgbaPremultiplied[(static_cast<std::size_t>(y) * bitmap.width + x) * 4];
     };
-    std::optional<std::pair<int, int>> opaque;
-    for (int y = 1; y + 1 < bitmap.height && !opaque; ++y) {
-        for (int x = 1; x + 1 < bitmap.width && !opaque; ++x) {
-            bool solid = true;
+    std::optional<std::pair<int, int>> chosen;
+    for (int y = 1; y + 1 < bitmap.height && !chosen; ++y) {
+        for (int x = 1; x + 1 < bitmap.width && !chosen; ++x) {
+            bool alike = pixelAt(x, y)[3] >= 128;
             for (int dy = -1; dy <= 1; ++dy) {
                 for (int dx = -1; dx <= 1; ++dx) {
-                    solid = solid && std::memcmp(pixelAt(x + dx, y + dy), pixelAt(x, y), 4) == 0 &&
-                            pixelAt(x, y)[3] == 255;
+                    alike = alike && std::memcmp(pixelAt(x + dx, y + dy), pixelAt(x, y), 4) == 0;
                 }
             }
-            if (solid) {
-                opaque = std::pair{x, y};
+            if (alike) {
+                chosen = std::pair{x, y};
             }
         }
     }
-    ASSERT_TRUE(opaque.has_value());
+    ASSERT_TRUE(chosen.has_value());
+    const double pointX = asset.rect.x + (chosen->first + 0.5) / bitmap.width * asset.rect.width;
+    const double pointY = asset.rect.y + (chosen->second + 0.5) / bitmap.height * asset.rect.height;
 
+    // A thick red outline runs under that pixel.
     SceneState scene = fullScreenScene();
     scene.caption = caption;
-    scene.annotations = {annotation(AnnotationKind::mosaic, {0, 0, 1, 1})};
-    const Picture picture = render(quadrants(320, 180).planes(), scene);
-    const int x = static_cast<int>((asset.rect.x + (opaque->first + 0.5) / bitmap.width * asset.rect.width) *
-                                   outputWidth);
-    const int y = static_cast<int>(
-        (asset.rect.y + (opaque->second + 0.5) / bitmap.height * asset.rect.height) * outputHeight);
-    const std::uint8_t* expected = pixelAt(opaque->first, opaque->second);
-    EXPECT_LE(colorDistance(picture.at(x, y), {expected[0], expected[1], expected[2]}), 8);
+    AnnotationElement band = annotation(AnnotationKind::rectangle, {-0.5, -0.5, 2, pointY + 0.5});
+    band.lineWidth = 0.1;
+    scene.annotations = {band};
+    const Picture picture = render(solidFrame(320, 180, grey).planes(), scene);
+    const std::uint8_t* over = pixelAt(chosen->first, chosen->second);
+    const double alpha = over[3] / 255.0;
+    const Rgb expected{static_cast<int>(std::lround(255 * (1 - alpha) + over[0])),
+                       static_cast<int>(std::lround(over[1])), static_cast<int>(std::lround(over[2]))};
+    EXPECT_LE(colorDistance(
+                  picture.at(static_cast<int>(pointX * outputWidth), static_cast<int>(pointY * outputHeight)),
+                  expected),
+              8);
+}
+
+TEST_F(SceneRendererTest, BottomUpFramebufferGetsTheSamePictureUpsideDown) {
+    // A window's framebuffer has its rows bottom up; every piece of the
+    // picture, cursor and webcam included, must land mirrored there.
+    const SyntheticFrame camera = solidFrame(64, 64, red);
+    const VideoFramePlanes cameraPlanes = camera.planes();
+    SceneState scene;
+    scene.cursor.visible = true;
+    scene.cursor.outputPosition = {0.3, 0.2};
+    scene.clickEffect = ClickEffectState{{0.3, 0.2}, 0.4, ClickEffectStyle::ring};
+    scene.webcam =
+        WebcamState{{0.8, 0.25}, 0.3, false, true, WebcamAspectRatio::square, 1, true, 10, true, 0};
+    scene.annotations = {annotation(AnnotationKind::arrow, {0.1, 0.8, 0.3, 0.1})};
+    const SyntheticFrame source = quadrants(320, 180);
+    const Picture topDown = render(source.planes(), scene, &cameraPlanes);
+
+    FramebufferTarget bottomUp = target.framebufferTarget();
+    bottomUp.rowsTopFirst = false;
+    renderer.encode(source.planes(), &cameraPlanes, scene, bottomUp);
+    Picture flipped{outputWidth, outputHeight, {}};
+    target.readRgba(flipped.rgba);
+    int worst = 0;
+    for (int y = 0; y < outputHeight; ++y) {
+        for (int x = 0; x < outputWidth; ++x) {
+            worst = std::max(worst, colorDistance(topDown.at(x, y), flipped.at(x, outputHeight - 1 - y)));
+        }
+    }
+    EXPECT_LE(worst, 1);
 }
 
 TEST_F(SceneRendererTest, DeviceFrameSurroundsTheRecording) {

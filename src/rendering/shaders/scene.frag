@@ -231,6 +231,7 @@ void main() {
         color *= 1.0 - 0.4 * shadow * shadow;
     }
 
+#if RILO_SCREEN
     float screenCoverage = coverage(roundedRectDistance(pixel, screenRect, radius));
     if (screenCoverage > 0.0 && screenRect.z > 0.0 && screenRect.w > 0.0) {
         vec2 view = (pixel - screenRect.xy) / screenRect.zw;
@@ -258,6 +259,8 @@ void main() {
             color = over(color, texture(uDeviceFrame, picturePoint));
         }
     }
+#endif
+
 #endif
 
 #if RILO_WEBCAM

@@ -8,6 +8,7 @@
 precision highp float;
 precision highp int;
 
+// Read with linear filtering.
 uniform sampler2D uImage;
 uniform ivec2 uSize;
 // 1 when the picture's row 0 is its top.
@@ -33,7 +34,9 @@ float chromaByte(int index) {
     }
     int x = (index % chromaWidth) * 2;
     int y = (index / chromaWidth) * 2;
-    vec3 rgb = 0.25 * (pictureAt(x, y) + pictureAt(x + 1, y) + pictureAt(x, y + 1) + pictureAt(x + 1, y + 1));
+    // One bilinear read at the corner the four pixels share is their mean.
+    float row = uRowsTopFirst == 1 ? float(y + 1) : float(uSize.y - 1 - y);
+    vec3 rgb = texture(uImage, vec2(float(x + 1), row) / vec2(uSize)).rgb;
     float y709 = luma(rgb);
     return 128.0 + 224.0 * (isRed ? (rgb.r - y709) / 1.5748 : (rgb.b - y709) / 1.8556);
 }

@@ -4,10 +4,15 @@
 // project's id. Used by the demo until the recorder makes real ones.
 //
 //   make_sample_project [--width W] [--height H] [--fps N] [--seconds S] [--cut]
+//                       [--webcam] [--caption] [--portrait] [--phone]
 //
 // --cut also removes 1.0 s to 1.5 s and plays 4 s to 6 s at twice the speed,
-// so that an export shows cuts and speed changes.
+// so that an export shows cuts and speed changes. --webcam adds a webcam
+// track shown as a circle; --caption a Chinese caption with a highlighted
+// word; --portrait a 9:16 canvas; --phone makes a portrait phone recording
+// shown inside the catalog's device frame for its size.
 
+#include "project/caption/CaptionDocument.h"
 #include "project/document/DeviceFrameCatalog.h"
 #include "project/engine/TimelineEditEngine.h"
 #include "project/engine/TimelineSpeedEngine.h"
@@ -33,6 +38,9 @@ int main(int argc, char** argv) {
         {ProjectTime::fromMilliseconds(5200), {0.7, 0.62}},
     };
     bool cut = false;
+    bool caption = false;
+    bool portrait = false;
+    bool phone = false;
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
         const auto next = [&]() -> long {
@@ -52,6 +60,15 @@ int main(int argc, char** argv) {
             options.movie.duration = ProjectTime::fromSeconds(next());
         } else if (argument == "--cut") {
             cut = true;
+        } else if (argument == "--webcam") {
+            options.movie.webcam = testing::VideoTrackOptions{PixelSize{640, 360}, 30};
+        } else if (argument == "--caption") {
+            caption = true;
+        } else if (argument == "--portrait") {
+            portrait = true;
+        } else if (argument == "--phone") {
+            phone = true;
+            options.movie.screen.pixelSize = PixelSize{1170, 2532};
         } else {
             std::fprintf(stderr, "unknown argument %s\n", argv[i]);
             return 1;
@@ -79,7 +96,34 @@ int main(int argc, char** argv) {
                 TimelinePlaybackRate{2000}, {ProjectTime::fromSeconds(4), ProjectTime::fromSeconds(2)},
                 timeline, duration);
         }
+        if (options.movie.webcam) {
+            timeline.webcamOverlay = WebcamOverlay::defaultValue();
+        }
+        if (portrait) {
+            timeline.canvas.aspectRatio = CanvasAspectRatio::portrait9x16;
+        }
+        if (phone) {
+            timeline.canvas.aspectRatio = CanvasAspectRatio::portrait9x16;
+            const DeviceFrameCatalog& catalog = DeviceFrameCatalog::bundled();
+            if (const auto assetID = catalog.defaultAssetID(recorded.manifest.encodedPixelSize)) {
+                timeline.deviceFrame = DeviceFrameEdit{true, *assetID};
+            }
+        }
         store.writeTimeline(timeline, recorded.package);
+        if (caption) {
+            CaptionDocument document;
+            document.language = "zh-Hans";
+            document.sourceTrack = MediaTrackKind::systemAudio;
+            CaptionCue cue;
+            cue.id = Uuid::random();
+            cue.start = ProjectTime::zero();
+            cue.end = duration;
+            cue.text = "点击这里，打开新的项目设置";
+            cue.highlights = {CaptionHighlight{"项目设置", 1}};
+            document.cues = {cue};
+            store.writeCaptions(document.validated(duration), store.captionsDigest(recorded.package),
+                                recorded.package);
+        }
         std::printf("%s\n", recorded.manifest.id.string().c_str());
         return 0;
     } catch (const std::exception& error) {

@@ -77,8 +77,9 @@ CLIOutputResponse ProjectOutputCommands::frame(const command::Frame& command) co
         throw CLIArgumentError::invalidValue("--out必须为jpg/jpeg/png");
     }
     ProjectFrameRenderer frames(renderer.context, renderer.scene);
-    const std::string bytes = frames.render(loaded.snapshot, ProjectTime::fromMilliseconds(command.milliseconds),
-                                            command.width, extension, stop_);
+    const std::string bytes =
+        frames.render(loaded.snapshot, ProjectTime::fromMilliseconds(command.milliseconds), command.width,
+                      extension, stop_);
     writeFileAtomically(command.outputURL, bytes);
     return outputResponse(loaded.snapshot, command.outputURL);
 }
@@ -87,10 +88,10 @@ CLIOutputResponse ProjectOutputCommands::preview(const command::Preview& command
     ProjectCommandService::prepareOutput(command.outputURL, command.replace);
     LoadedProject loaded = service_.snapshot(command.projectID);
     ProjectSnapshot& snapshot = loaded.snapshot;
-    snapshot.timeline = TimelineEditEngine::retainingSequenceRange(snapshot.timeline, command.range.projectRange(),
-                                                                   snapshot.manifest.duration);
-    const ExportConfiguration configuration{ExportResolution::p720, ExportFrameRate::fps30, ExportQuality::compact,
-                                            ExportCodec::h264};
+    snapshot.timeline = TimelineEditEngine::retainingSequenceRange(
+        snapshot.timeline, command.range.projectRange(), snapshot.manifest.duration);
+    const ExportConfiguration configuration{ExportResolution::p720, ExportFrameRate::fps30,
+                                            ExportQuality::compact, ExportCodec::h264};
     runExport(snapshot, command.outputURL, configuration, store_, "预览", stop_);
     return outputResponse(snapshot, command.outputURL);
 }

@@ -100,7 +100,8 @@ int RiloCLI::run(const std::vector<std::string>& arguments, std::stop_token stop
         }
         ProjectStore store(std::nullopt, DeviceFrameCatalog::bundled);
         ProjectCommandService service(store, stopToken);
-        const json::Json response = std::visit(Dispatcher{store, service, ProjectOutputCommands(service, store, stopToken)}, command);
+        const json::Json response =
+            std::visit(Dispatcher{store, service, ProjectOutputCommands(service, store, stopToken)}, command);
         writeJSON(response);
         return 0;
     } catch (const CancellationError& cancelled) {

@@ -13,6 +13,7 @@
 #include <array>
 #include <condition_variable>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -38,8 +39,8 @@ public:
         , size_(size)
         , format_(format) {
         for (Slot& slot : slots_) {
-            slot.pixels.resize(RenderTarget::byteCount(format, static_cast<int>(size.width),
-                                                       static_cast<int>(size.height)));
+            slot.pixels.resize(
+                RenderTarget::byteCount(format, static_cast<int>(size.width), static_cast<int>(size.height)));
         }
         thread_ = std::jthread([this](std::stop_token stop) { encodeAll(stop); });
     }
@@ -154,7 +155,8 @@ private:
         }
         picture.layout = VideoPixelLayout::yuv420p;
         picture.matrix = VideoColorMatrix::bt709;
-        const std::size_t luma = static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
+        const std::size_t luma =
+            static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height);
         picture.data = {pixels.data(), pixels.data() + luma, pixels.data() + luma + luma / 4};
         picture.strides = {picture.width, picture.width / 2, picture.width / 2};
         return picture;
@@ -200,7 +202,8 @@ ProjectExporter::ProjectExporter(RenderContext& context, SceneRenderer& renderer
     : context_(context)
     , renderer_(renderer) {}
 
-std::int64_t ProjectExporter::frameCount(ProjectTime sequenceDuration, std::int64_t framesPerSecond) noexcept {
+std::int64_t ProjectExporter::frameCount(ProjectTime sequenceDuration,
+                                         std::int64_t framesPerSecond) noexcept {
     if (sequenceDuration.nanoseconds <= 0 || framesPerSecond <= 0) {
         return 0;
     }
@@ -219,8 +222,8 @@ ProjectTime ProjectExporter::frameTime(std::int64_t index, std::int64_t framesPe
 void ProjectExporter::exportProject(const ProjectSnapshot& snapshot, const std::filesystem::path& target,
                                     const ExportConfiguration& configuration,
                                     const std::optional<CanvasState>& canvasOverride,
-                                    const std::optional<WebcamOverlay>& webcam, const ProgressHandler& progress,
-                                    std::stop_token stop) {
+                                    const std::optional<WebcamOverlay>& webcam,
+                                    const ProgressHandler& progress, std::stop_token stop) {
     const auto throwIfCancelled = [&] {
         if (stop.stop_requested()) {
             throw CancellationError();
@@ -261,9 +264,12 @@ void ProjectExporter::exportProject(const ProjectSnapshot& snapshot, const std::
     const std::int64_t fps = resolved.framesPerSecond;
     const std::int64_t total = frameCount(mapper.sequenceDuration(), fps);
     RenderTarget picture(context_, static_cast<int>(size.width), static_cast<int>(size.height));
-    // Colour conversion on the GPU costs less than in the encoder's thread
-    // where the size allows it.
-    const ReadbackFormat format = picture.supportsYuv420p() ? ReadbackFormat::yuv420p : ReadbackFormat::rgba;
+    // On a GPU, packing YUV in a shader saves the encoder's thread the colour
+    // conversion and 60% of the bytes read back; on a CPU driver the shader
+    // pass costs more than the conversion, which then runs beside the drawing.
+    const ReadbackFormat format = picture.supportsYuv420p() && !context_.isSoftwareRenderer()
+                                      ? ReadbackFormat::yuv420p
+                                      : ReadbackFormat::rgba;
     ExportProgressLimiter limiter;
 
     EncodingPipeline pipeline(writer, audio ? &*audio : nullptr, fps, size, format);
@@ -279,7 +285,8 @@ void ProjectExporter::exportProject(const ProjectSnapshot& snapshot, const std::
         pipeline.submit(index);
     };
     std::optional<Uuid> lastSegment;
-    std::optional<ProjectTime> cutFloor;
+    // Webcam pictures before this source time lie before the current segment's cut.
+    ProjectTime cutFloor{std::numeric_limits<std::int64_t>::min()};
     std::int64_t reported = -1;
     for (std::int64_t i = 0; i < total; ++i) {
         throwIfCancelled();
@@ -290,21 +297,23 @@ void ProjectExporter::exportProject(const ProjectSnapshot& snapshot, const std::
         if (!lastSegment || *lastSegment != mapped->segmentID) {
             // No webcam picture from before a cut is shown after it.
             const auto& projections = mapper.projections();
-            cutFloor.reset();
+            cutFloor = ProjectTime{std::numeric_limits<std::int64_t>::min()};
             for (std::size_t p = 1; p < projections.size(); ++p) {
                 if (projections[p].segment.id == mapped->segmentID &&
-                    projections[p - 1].segment.sourceRange.end() != projections[p].segment.sourceRange.start) {
+                    projections[p - 1].segment.sourceRange.end() !=
+                        projections[p].segment.sourceRange.start) {
                     cutFloor = projections[p - 1].segment.sourceRange.end();
                 }
             }
             lastSegment = mapped->segmentID;
         }
         const DecodedVideoFrame* screenFrame = screen.frameAt(mapped->sourceTime);
-        const DecodedVideoFrame* webcamFrame = webcamDecoder ? webcamDecoder->frameAt(mapped->sourceTime) : nullptr;
+        const DecodedVideoFrame* webcamFrame =
+            webcamDecoder ? webcamDecoder->frameAt(mapped->sourceTime) : nullptr;
         if (webcamFrame != nullptr) {
             const ProjectTime shown = webcamFrame->presentationTime();
             const std::int64_t distance = std::abs((shown - mapped->sourceTime).nanoseconds);
-            if (distance > webcamToleranceNanoseconds || (cutFloor && shown < *cutFloor)) {
+            if (distance > webcamToleranceNanoseconds || shown < cutFloor) {
                 webcamFrame = nullptr;
             }
         }

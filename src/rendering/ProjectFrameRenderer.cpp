@@ -42,7 +42,8 @@ std::string ProjectFrameRenderer::render(const ProjectSnapshot& snapshot, Projec
                                          const std::string& format, std::stop_token stop) {
     const TimelineCompositionPlan plan = TimelineCompositionBuilder::build(snapshot, stop);
     const TimelineMapper& mapper = plan.mapper;
-    const ProjectTime last{std::max<std::int64_t>(mapper.sequenceDuration().nanoseconds - endMarginNanoseconds, 0)};
+    const ProjectTime last{
+        std::max<std::int64_t>(mapper.sequenceDuration().nanoseconds - endMarginNanoseconds, 0)};
     const ProjectTime time{std::min(last.nanoseconds, std::max<std::int64_t>(at.nanoseconds, 0))};
     const std::optional<TimelineMappedTime> mapped = mapper.mappedTimeForSequenceTime(time);
     if (!mapped) {

@@ -252,6 +252,13 @@ void RenderContext::makeCurrent() const {
     }
 }
 
+bool RenderContext::isSoftwareRenderer() const {
+    makeCurrent();
+    const auto* name = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+    const std::string renderer = name != nullptr ? name : "";
+    return renderer.find("llvmpipe") != std::string::npos || renderer.find("softpipe") != std::string::npos;
+}
+
 gl::Texture RenderContext::uploadRgba(int width, int height, const std::uint8_t* rgbaPremultiplied,
                                       bool mipmaps) {
     gl::Texture texture = gl::makeTexture();

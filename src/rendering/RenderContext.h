@@ -83,6 +83,9 @@ public:
 
     // Makes the context current on the calling thread.
     void makeCurrent() const;
+    // Whether the GL driver draws on the CPU (Mesa's llvmpipe or softpipe).
+    // There, packing YUV in a shader costs more than converting on the CPU.
+    bool isSoftwareRenderer() const;
 
     // The scene program for these layers, compiled on first use. Throws
     // RenderContextError::unavailable when it does not compile.

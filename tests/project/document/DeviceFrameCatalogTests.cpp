@@ -2,6 +2,7 @@
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -50,14 +51,8 @@ DeviceFrameDescriptor device(std::string id, std::int64_t priority, std::int64_t
             {DeviceFrameVariant{id + "-black", "黑色", id + "-black.png", true}}};
 }
 
-Case caseOfLoading(const fs::path& directory) {
-    try {
-        DeviceFrameCatalog::load(directory);
-    } catch (const DeviceFrameCatalogError& error) {
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "the catalog loaded";
-    return Case::invalidCatalog;
+std::optional<Case> caseOfLoading(const fs::path& directory) {
+    return rilo::testing::thrownCase<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(directory); });
 }
 
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
@@ -136,12 +131,8 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         SCOPED_TRACE(name);
         auto catalog = valid;
         fault(catalog);
-        try {
-            catalog.validate();
-            ADD_FAILURE() << "validated";
-        } catch (const DeviceFrameCatalogError& error) {
-            EXPECT_EQ(error.errorCase(), Case::invalidCatalog);
-        }
+        EXPECT_EQ(rilo::testing::thrownCase<DeviceFrameCatalogError>([&] { catalog.validate(); }),
+                  Case::invalidCatalog);
     }
 
     // The edges themselves are allowed: a screen filling the picture, square corners.
@@ -206,14 +197,12 @@ TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtT
 
     const auto& variant = catalog.devices[10].variants.back();
     fs::remove(resources.path() / "DeviceFrames" / variant.file);
-    try {
-        DeviceFrameCatalog::load(resources.path());
-        FAIL() << "loaded";
-    } catch (const DeviceFrameCatalogError& error) {
-        EXPECT_EQ(error.errorCase(), Case::missingAsset);
-        EXPECT_EQ(error.assetName(), variant.file);
-        EXPECT_EQ(error.message(), "设备边框资源不存在：" + variant.file);
-    }
+    const auto error =
+        rilo::testing::thrown<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(resources.path()); });
+    ASSERT_TRUE(error) << "loaded";
+    EXPECT_EQ(error->errorCase(), Case::missingAsset);
+    EXPECT_EQ(error->assetName(), variant.file);
+    EXPECT_EQ(error->message(), "设备边框资源不存在：" + variant.file);
     EXPECT_FALSE(DeviceFrameCatalog::resourceURL(variant, resources.path()).has_value());
     // Without a resource directory the pictures are not looked for.
     EXPECT_NO_THROW(catalog.validate());

@@ -1,4 +1,5 @@
 #include "project/engine/TimelineEffectEngine.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <cstdint>
@@ -16,20 +17,10 @@ using Case = TimelineEffectError::Case;
 constexpr ProjectTime tenSeconds = ProjectTime::fromSeconds(10);
 constexpr std::int64_t oneSecond = 1'000'000'000;
 
-std::optional<TimelineEffectError> effectError(const EditTimeline& timeline,
-                                               ProjectTime sourceDuration = tenSeconds) {
-    try {
-        TimelineEffectEngine::validate(timeline, sourceDuration);
-    } catch (const TimelineEffectError& error) {
-        return error;
-    }
-    return std::nullopt;
-}
-
 void expectFailure(const EditTimeline& timeline, Case expected) {
-    const auto error = effectError(timeline);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), expected);
+    EXPECT_EQ(testing::thrownCase<TimelineEffectError>(
+                  [&] { TimelineEffectEngine::validate(timeline, tenSeconds); }),
+              expected);
 }
 
 ZoomSegment zoom(std::int64_t start, std::int64_t end, double scale = 2, PointValue focus = {0.3, 0.6}) {

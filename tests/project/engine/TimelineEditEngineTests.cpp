@@ -2,6 +2,7 @@
 #include "project/engine/TimelineEditEngine.h"
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineMapper.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
@@ -92,12 +93,7 @@ std::size_t distinctIdsOf(const EditTimeline& timeline) {
 }
 
 void expectEditError(const EditTimeline& timeline, Case expected, const Edit& edit) {
-    try {
-        edit(timeline);
-        ADD_FAILURE() << "the edit succeeded";
-    } catch (const TimelineEditError& error) {
-        EXPECT_EQ(error.errorCase(), expected) << error.what();
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineEditError>([&] { edit(timeline); }), expected);
 }
 
 // Every result must be a document that may exist.
@@ -310,12 +306,10 @@ TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDoAndPassesValidationError
     // An invalid input fails its own validation first.
     EXPECT_THROW(splitAt(ms(0))(EditTimeline::empty()), TimelineValidationError);
     // What is left of a 2x segment is one source frame, half a frame of output.
-    try {
-        removing({between(frame(1), ms(4'000))})(timelineOf({segment(ms(0), ms(4'000), 2000)}));
-        ADD_FAILURE() << "the cut succeeded";
-    } catch (const TimelineValidationError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>([] {
+                  removing({between(frame(1), ms(4'000))})(timelineOf({segment(ms(0), ms(4'000), 2000)}));
+              }),
+              TimelineValidationError::Case::sequenceSegmentTooShort);
 }
 
 } // namespace

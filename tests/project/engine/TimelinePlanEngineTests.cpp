@@ -4,6 +4,7 @@
 #include "project/engine/TimelinePlanEngine.h"
 #include "project/engine/TimelineSettingsError.h"
 #include "project/engine/TimelineSpeedError.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
@@ -16,17 +17,17 @@ namespace rilo {
 namespace {
 
 using testing::ms;
+using testing::thrownCase;
 
 ProjectTimeRange span(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
-    return ProjectTimeRange::fromStartEnd(ms(startMilliseconds), ms(endMilliseconds));
+    return testing::between(ms(startMilliseconds), ms(endMilliseconds));
 }
 
 constexpr ProjectTime sourceDuration = ms(20'000);
 const PixelSize sourceSize{1920, 1080};
 
-TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds,
-                        std::int64_t permille = 1000) {
-    return {Uuid::random(), span(startMilliseconds, endMilliseconds), {permille}};
+TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
+    return testing::segment(ms(startMilliseconds), ms(endMilliseconds));
 }
 
 // A zoom as an editor stores it: rising for 650 ms, falling for 500 ms.
@@ -61,13 +62,9 @@ TimelineEditPlan cutting(std::vector<ProjectTimeRange> cuts) {
 
 TimelinePlanError planErrorOf(const TimelineEditPlan& plan, const EditTimeline& timeline,
                               const std::vector<MouseEvent>& clicks = {}) {
-    try {
-        applyPlan(plan, timeline, clicks);
-    } catch (const TimelinePlanError& error) {
-        return error;
-    }
-    ADD_FAILURE() << "the plan did not fail with TimelinePlanError";
-    return TimelinePlanError(TimelinePlanError::Case::empty);
+    const auto error = testing::thrown<TimelinePlanError>([&] { applyPlan(plan, timeline, clicks); });
+    EXPECT_TRUE(error) << "the plan did not fail with TimelinePlanError";
+    return error.value_or(TimelinePlanError(TimelinePlanError::Case::empty));
 }
 
 void expectZoomTimes(const ZoomSegment& zoom, std::int64_t start, std::int64_t focus, std::int64_t holdEnd,
@@ -282,12 +279,8 @@ TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)});
     TimelineEditPlan overlapping;
     overlapping.zoomAdds = {{span(4'000, 7'000), 2, std::nullopt}};
-    try {
-        applyPlan(overlapping, timeline);
-        FAIL() << "expected zoomOverlap";
-    } catch (const TimelineEffectError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineEffectError::Case::zoomOverlap);
-    }
+    EXPECT_EQ(thrownCase<TimelineEffectError>([&] { applyPlan(overlapping, timeline); }),
+              TimelineEffectError::Case::zoomOverlap);
 }
 
 // ---------------------------------------------------------------------------
@@ -297,12 +290,8 @@ TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResul
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     TimelineEditPlan plan = cutting({span(5'000, 6'000)});
     plan.speedChanges = {{span(4'000, 6'000), {2000}}};
-    try {
-        applyPlan(plan, timeline);
-        FAIL() << "expected rangeOutsideRetainedContent";
-    } catch (const TimelineSpeedError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineSpeedError::Case::rangeOutsideRetainedContent);
-    }
+    EXPECT_EQ(thrownCase<TimelineSpeedError>([&] { applyPlan(plan, timeline); }),
+              TimelineSpeedError::Case::rangeOutsideRetainedContent);
 
     plan.speedChanges = {{span(6'000, 8'000), {2000}}, {span(7'000, 9'000), {2000}}};
     plan.settings = {{"cursor.scale", "2"}, {"canvas.padding", "-1"}};

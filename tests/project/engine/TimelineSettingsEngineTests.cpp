@@ -1,5 +1,6 @@
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineSettingsEngine.h"
+#include "support/Thrown.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -24,12 +25,7 @@ EditTimeline apply(const Settings& settings, const EditTimeline& timeline = {}, 
 
 std::optional<TimelineSettingsError> failureOf(const Settings& settings, const EditTimeline& timeline = {},
                                                bool hasWebcam = true) {
-    try {
-        apply(settings, timeline, hasWebcam);
-    } catch (const TimelineSettingsError& error) {
-        return error;
-    }
-    return std::nullopt;
+    return testing::thrown<TimelineSettingsError>([&] { apply(settings, timeline, hasWebcam); });
 }
 
 // A timeline whose appearance differs from the defaults in every member that

@@ -2,6 +2,7 @@
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineMapper.h"
 #include "project/engine/TimelineSpeedEngine.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
@@ -62,12 +63,7 @@ EditTimeline settingRate(std::int64_t permille, ProjectTimeRange range, const Ed
 // Runs a change that must fail with the given case.
 void expectSpeedError(const EditTimeline& timeline, Case expected,
                       const std::function<void(const EditTimeline&)>& body) {
-    try {
-        body(timeline);
-        ADD_FAILURE() << "the change succeeded";
-    } catch (const TimelineSpeedError& error) {
-        EXPECT_EQ(error.errorCase(), expected) << error.what();
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineSpeedError>([&] { body(timeline); }), expected);
 }
 
 void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t permille,
@@ -75,14 +71,8 @@ void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t p
     expectSpeedError(timeline, expected, [&](const EditTimeline& t) { settingRate(permille, range, t); });
 }
 
-Case normalizationError(const std::vector<TimelineSpeedChange>& changes) {
-    try {
-        TimelineSpeedEngine::normalized(changes);
-    } catch (const TimelineSpeedError& error) {
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "normalisation succeeded";
-    return Case::noChange;
+std::optional<Case> normalizationError(const std::vector<TimelineSpeedChange>& changes) {
+    return testing::thrownCase<TimelineSpeedError>([&] { TimelineSpeedEngine::normalized(changes); });
 }
 
 // ---------------------------------------------------------------------------
@@ -177,12 +167,9 @@ TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNoth
 
     // Two source frames at 4x play for half a frame: a piece too short at its
     // new rate fails validation.
-    try {
-        settingRate(4000, between(ms(0), frame(2)), whole);
-        ADD_FAILURE() << "the change succeeded";
-    } catch (const TimelineValidationError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>(
+                  [&] { settingRate(4000, between(ms(0), frame(2)), whole); }),
+              TimelineValidationError::Case::sequenceSegmentTooShort);
 }
 
 // ---------------------------------------------------------------------------

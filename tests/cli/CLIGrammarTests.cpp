@@ -3,6 +3,7 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "shared/AppDirectories.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -119,13 +120,11 @@ TEST(CLIGrammar, EveryMistakeIsRejectedWithItsCaseAndMessage) {
         {{"export", "ab"}, "缺少参数：--out"},
     };
     for (const auto& [arguments, message] : rejections) {
-        try {
-            Parser::parse(arguments);
-            ADD_FAILURE() << "parsed without error: " << ::testing::PrintToString(arguments);
-        } catch (const CLIArgumentError& error) {
-            EXPECT_EQ(error.errorCase(), caseOf(message)) << ::testing::PrintToString(arguments);
-            EXPECT_EQ(error.message(), message) << ::testing::PrintToString(arguments);
-        }
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const auto error = rilo::testing::thrown<CLIArgumentError>([&] { Parser::parse(arguments); });
+        ASSERT_TRUE(error) << "parsed without error";
+        EXPECT_EQ(error->errorCase(), caseOf(message));
+        EXPECT_EQ(error->message(), message);
     }
 }
 

@@ -3,6 +3,7 @@
 #include "shared/Files.h"
 #include "shared/Sha256.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -91,12 +92,9 @@ TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
     rlimit capped = previous;
     capped.rlim_cur = 1024;
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &capped), 0);
-    bool threw = false;
-    try {
-        rilo::writeFileAtomically(target, std::string(64 * 1024, 'n'));
-    } catch (const rilo::FileError&) {
-        threw = true;
-    }
+    const bool threw = rilo::testing::thrown<rilo::FileError>([&] {
+                           rilo::writeFileAtomically(target, std::string(64 * 1024, 'n'));
+                       }).has_value();
     ::setrlimit(RLIMIT_FSIZE, &previous);
     std::signal(SIGXFSZ, previousHandler);
 
@@ -108,12 +106,8 @@ TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
 TEST(FilesTest, ReadingWhatIsNotAReadableFileFails) {
     const TemporaryDirectory directory;
     const fs::path missing = directory.path() / "missing.json";
-    try {
-        rilo::readFileBytes(missing);
-        ADD_FAILURE() << "a missing file was read";
-    } catch (const rilo::FileError& error) {
-        EXPECT_NE(error.message().find(missing.string()), std::string::npos) << error.message();
-    }
+    const auto message = rilo::testing::thrownMessage<rilo::FileError>([&] { rilo::readFileBytes(missing); });
+    EXPECT_NE(message.value_or("").find(missing.string()), std::string::npos) << message.value_or("none");
     EXPECT_THROW(rilo::readFileBytes(directory.path()), rilo::FileError);
 }
 

@@ -1,5 +1,6 @@
 #include "shared/ProjectTime.h"
 #include "shared/ValueCodecs.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <cstdint>
@@ -26,13 +27,9 @@ ProjectTimeRange range(std::int64_t start, std::int64_t duration) {
     return {ns(start), ns(duration)};
 }
 
-std::string decodingMessage(const std::string& bytes) {
-    try {
-        json::decodeDocument<TimelinePlaybackRate>(bytes);
-    } catch (const json::DecodingError& error) {
-        return error.message();
-    }
-    return "(decoded)";
+std::optional<std::string> decodingMessage(const std::string& bytes) {
+    return rilo::testing::thrownMessage<json::DecodingError>(
+        [&] { json::decodeDocument<TimelinePlaybackRate>(bytes); });
 }
 
 // ProjectTime
@@ -104,12 +101,10 @@ TEST(TimelinePlaybackRateTest, TakesWholeThousandthsOfFiniteMultipliersInTheVali
     for (const char* refused : {"0.49", "4.01", "1.005", "1.0005", "0"}) {
         EXPECT_EQ(decodingMessage(refused), invalidRateText) << refused;
     }
-    try {
-        json::decode<TimelinePlaybackRate>(json::Json(std::numeric_limits<double>::quiet_NaN()));
-        ADD_FAILURE() << "a NaN rate decoded";
-    } catch (const json::DecodingError& error) {
-        EXPECT_EQ(error.message(), invalidRateText);
-    }
+    EXPECT_EQ(rilo::testing::thrownMessage<json::DecodingError>([] {
+                  json::decode<TimelinePlaybackRate>(json::Json(std::numeric_limits<double>::quiet_NaN()));
+              }),
+              invalidRateText);
     // The rate is a bare number, never an object or a string.
     EXPECT_THROW(json::decodeDocument<TimelinePlaybackRate>(R"({"permille":1000})"), json::DecodingError);
     EXPECT_THROW(json::decodeDocument<TimelinePlaybackRate>(R"("1.5")"), json::DecodingError);

@@ -3,6 +3,7 @@
 #include "shared/Errors.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <algorithm>
 #include <chrono>
@@ -58,13 +59,7 @@ std::string chunkOf(const std::vector<CursorShapeSample>& samples) {
 
 // The message of the decoding failure that reading the directory gives.
 std::string readFailure(const fs::path& directory) {
-    try {
-        CursorStore::readAll(directory);
-    } catch (const json::DecodingError& error) {
-        return error.message();
-    }
-    ADD_FAILURE() << "the read succeeded";
-    return {};
+    return testing::thrownMessage<json::DecodingError>([&] { CursorStore::readAll(directory); }).value_or("");
 }
 
 TEST(ChunkStore, SamplesRoundTripThroughSeveralCompactChunks) {

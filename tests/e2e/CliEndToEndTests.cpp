@@ -3,9 +3,8 @@
 
 #include "shared/Files.h"
 #include "shared/Json.h"
+#include "support/CliLibraryTest.h"
 #include "support/PackageFixtures.h"
-#include "support/ProcessRunner.h"
-#include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
 
 #include <csignal>
@@ -16,19 +15,8 @@
 namespace rilo {
 namespace {
 
-using testing::ProcessResult;
-
-class CliEndToEnd : public ::testing::Test {
+class CliEndToEnd : public testing::CliTest {
 protected:
-    testing::TemporaryDirectory dataHome;
-    std::filesystem::path library = dataHome / "Rilo/Projects";
-
-    ProcessResult rilo(const std::vector<std::string>& arguments) const {
-        testing::ProcessOptions options;
-        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-        return testing::runProcess(testing::riloExecutable(), arguments, options);
-    }
-
     static std::string errorEnvelope(const std::string& code, const std::string& message) {
         return "{\n  \"error\" : \"" + code + "\",\n  \"message\" : \"" + message +
                "\",\n  \"protocolVersion\" : 1\n}\n";
@@ -87,9 +75,7 @@ TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
 }
 
 TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
-    const auto empty = rilo({"cli", "list"});
-    EXPECT_EQ(empty.exitCode, 0);
-    EXPECT_EQ(empty.standardOutput, "[]\n");
+    EXPECT_EQ(cli({"list"}).standardOutput, "[]\n");
     EXPECT_TRUE(std::filesystem::is_directory(library));
     const auto older = testing::writePackage(
         library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"),
@@ -101,10 +87,7 @@ TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
                           testing::sampleManifest(*Uuid::parse("33333333-0000-4000-8000-000000000003"),
                                                   IsoDate{1'900'000'000}, ProjectState::failed));
 
-    const auto result = rilo({"cli", "list"});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError;
-    EXPECT_EQ(result.standardError, "");
-    const json::Json projects = json::parse(result.standardOutput);
+    const json::Json projects = succeed({"list"});
     ASSERT_EQ(projects.size(), 2u);
     EXPECT_EQ(projects[0]["id"], "11111111-0000-4000-8000-000000000001");
     EXPECT_EQ(projects[1], json::Json({{"durationMilliseconds", 12345},
@@ -126,10 +109,7 @@ TEST_F(CliEndToEnd, TerminationSignalCancelsAListOfALargeLibrary) {
         std::ofstream(package.manifestURL()) << json::encodeDocument(testing::sampleManifest(id, IsoDate{i}));
         std::ofstream(package.mediaURL()) << "media";
     }
-    testing::ProcessOptions options;
-    options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-    options.signalOnceBlocked = SIGTERM;
-    const auto result = testing::runProcess(testing::riloExecutable(), {"cli", "list"}, options);
+    const auto result = cli({"list"}, {.signalOnceBlocked = SIGTERM});
     EXPECT_EQ(result.exitCode, 130);
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_EQ(result.standardError, errorEnvelope("cancelled", "命令已取消。"));

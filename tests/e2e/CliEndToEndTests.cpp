@@ -8,7 +8,6 @@
 #include "support/TestPaths.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 

@@ -2,6 +2,7 @@
 #include "shared/Errors.h"
 #include "shared/Files.h"
 #include "shared/Sha256.h"
+#include "support/FileTree.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Thrown.h"
 
@@ -20,14 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using TemporaryDirectory = rilo::testing::TemporaryDirectory;
-
-std::vector<std::string> entries(const TemporaryDirectory& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory.path())) {
-        names.push_back(entry.path().filename().string());
-    }
-    return names;
-}
 
 // Sets (or unsets) an environment variable for the length of a test.
 class ScopedEnvironment {
@@ -77,7 +70,7 @@ TEST(FilesTest, WriteCreatesAndReplacesWithExactBytesLeavingNothingElseBehind) {
     EXPECT_EQ(rilo::readFileBytes(target), bytes);
     rilo::writeFileAtomically(target, "");
     EXPECT_EQ(rilo::readFileBytes(target), "");
-    EXPECT_EQ(entries(directory), std::vector<std::string>{"timeline.json"});
+    EXPECT_EQ(rilo::testing::entryNames(directory.path()), std::vector<std::string>{"timeline.json"});
 }
 
 TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
@@ -100,7 +93,7 @@ TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
 
     EXPECT_TRUE(threw);
     EXPECT_EQ(rilo::readFileBytes(target), "old");
-    EXPECT_EQ(entries(directory), std::vector<std::string>{"manifest.json"});
+    EXPECT_EQ(rilo::testing::entryNames(directory.path()), std::vector<std::string>{"manifest.json"});
 }
 
 TEST(FilesTest, ReadingWhatIsNotAReadableFileFails) {

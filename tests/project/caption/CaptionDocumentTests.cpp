@@ -3,7 +3,6 @@
 #include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>

@@ -5,11 +5,9 @@
 #include "support/Thrown.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <string>
 #include <vector>
 

@@ -5,9 +5,7 @@
 #include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <optional>

@@ -2,10 +2,10 @@
 #include "project/store/ChunkStore.h"
 #include "shared/Errors.h"
 #include "shared/Files.h"
+#include "support/FileTree.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Thrown.h"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -22,6 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using CursorStore = ChunkStore<CursorShapeSample>;
+using testing::entryNames;
 
 constexpr std::int64_t noSpanLimit = 3'600'000'000'000;
 
@@ -41,16 +42,6 @@ CursorStore cursorStore(const fs::path& directory, std::int64_t maximumCount,
                         std::int64_t maximumSpanNanoseconds = noSpanLimit) {
     return CursorStore(directory, maximumCount, maximumSpanNanoseconds,
                        [](const CursorShapeSample& sample) { return sample.time; });
-}
-
-// Every name in the directory, hidden ones included, sorted.
-std::vector<std::string> entryNames(const fs::path& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 std::string chunkOf(const std::vector<CursorShapeSample>& samples) {

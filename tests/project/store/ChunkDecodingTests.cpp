@@ -6,6 +6,7 @@
 #include "project/store/ChunkStore.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -42,25 +43,20 @@ std::string readWithSecondChunk(const fs::path& directory, const std::string& te
                                 std::vector<MouseEvent>* samples = nullptr) {
     writeFileAtomically(directory / "000000.json", "[" + writtenEvent() + "]");
     writeFileAtomically(directory / "000001.json", text);
-    try {
-        const auto read = ChunkStore<MouseEvent>::readAll(directory);
-        if (samples != nullptr) {
-            *samples = read;
-        }
-        return "";
-    } catch (const std::exception& error) {
-        return error.what();
+    std::vector<MouseEvent> read;
+    const auto failure =
+        testing::thrownMessage<LocalizedError>([&] { read = ChunkStore<MouseEvent>::readAll(directory); });
+    if (samples != nullptr) {
+        *samples = read;
     }
+    return failure.value_or("");
 }
 
 // What the record codec makes of the same text.
 std::string generalDecoderFailure(const std::string& text) {
-    try {
-        json::decode<std::vector<MouseEvent>>(json::parse(text), "000001.json");
-        return "";
-    } catch (const std::exception& error) {
-        return error.what();
-    }
+    return testing::thrownMessage<LocalizedError>(
+               [&] { json::decode<std::vector<MouseEvent>>(json::parse(text), "000001.json"); })
+        .value_or("");
 }
 
 TEST(ChunkDecoding, FailuresNameTheFileAndKeyPathAsTheRecordCodecDoes) {
@@ -151,14 +147,10 @@ TEST(ChunkDecoding, ManyChunksKeepTheirOrderAndReportTheFirstDamagedFile) {
     for (const int damaged : {390, 250, 7}) {
         writeFileAtomically(temporary / ChunkFiles::chunkFileName(damaged),
                             "[" + editedEvent("\"left\"", "1") + "]");
-        try {
-            ChunkStore<MouseEvent>::readAll(temporary.path());
-            ADD_FAILURE() << "no failure";
-        } catch (const json::DecodingError& error) {
-            EXPECT_TRUE(std::string(error.what()).find(ChunkFiles::chunkFileName(damaged)) !=
-                        std::string::npos)
-                << error.what();
-        }
+        const auto failure = testing::thrownMessage<json::DecodingError>([&] {
+                                 ChunkStore<MouseEvent>::readAll(temporary.path());
+                             }).value_or("");
+        EXPECT_NE(failure.find(ChunkFiles::chunkFileName(damaged)), std::string::npos) << failure;
     }
 }
 

@@ -39,17 +39,8 @@ EditTimeline unusualTimeline() {
     timeline.canvas.padding = 0.1;
     timeline.canvas.cornerRadius = 0.05;
     timeline.cursor = {false, 2, false, ClickEffectStyle::ring};
-    WebcamOverlay overlay;
-    overlay.isVisible = false;
-    overlay.center = {0.3, 0.4};
-    overlay.diameter = 0.3;
-    overlay.isMirrored = false;
-    overlay.aspectRatio = WebcamAspectRatio::source;
-    overlay.cornerRadius = 0.3;
-    overlay.showsBorder = false;
-    overlay.borderWidthAt1080p = 4;
-    overlay.showsShadow = false;
-    timeline.webcamOverlay = overlay;
+    timeline.webcamOverlay =
+        WebcamOverlay(false, {0.3, 0.4}, 0.3, false, WebcamAspectRatio::source, 0.3, false, 4, false);
     return timeline;
 }
 

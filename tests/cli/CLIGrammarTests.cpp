@@ -158,14 +158,8 @@ TEST(CLIGrammar, EveryCommandOfTheUsageTextHasItsGrammar) {
     EXPECT_EQ(Parser::parse({"export", "ab", "--out", "/tmp/r.mp4"}),
               CLICommand(command::Export{"ab", ExportConfiguration::preset(ExportPreset::standard),
                                          "/tmp/r.mp4", false}));
-    EXPECT_EQ(Parser::parse({}), CLICommand(command::Help{}));
     EXPECT_EQ(Parser::parse({"-h", "output"}), CLICommand(command::Help{CLIAgentHelpTopic::output}));
     EXPECT_EQ(Parser::parse({"help", "edit-plan"}), CLICommand(command::Help{CLIAgentHelpTopic::editPlan}));
-    EXPECT_EQ(Parser::parse({"list"}), CLICommand(command::List{}));
-    EXPECT_EQ(Parser::parse({"system-info"}), CLICommand(command::SystemInfo{}));
-    EXPECT_EQ(Parser::parse({"describe", "1a2b"}), CLICommand(command::Describe{"1a2b"}));
-    EXPECT_EQ(Parser::parse({"history", "1A"}), CLICommand(command::History{"1A"}));
-    EXPECT_EQ(Parser::parse({"captions-read", "ab"}), CLICommand(command::CaptionsRead{"ab"}));
     EXPECT_EQ(Parser::parse({"edit-plan-prepare", "ab"}), CLICommand(command::EditPlanPrepare{"ab"}));
 }
 

@@ -8,13 +8,10 @@
 #include <limits>
 #include <string>
 
+namespace rilo {
 namespace {
 
-using rilo::ProjectTime;
-using rilo::ProjectTimeRange;
-using rilo::TimelinePlaybackRate;
-namespace grid = rilo::TimelineFrameGrid;
-namespace json = rilo::json;
+namespace grid = TimelineFrameGrid;
 
 constexpr const char* invalidRateText = "播放倍率必须是0.50至4.00之间、步进0.01的有限数值。";
 
@@ -27,7 +24,7 @@ ProjectTimeRange range(std::int64_t start, std::int64_t duration) {
 }
 
 std::optional<std::string> decodingMessage(const std::string& bytes) {
-    return rilo::testing::thrownMessage<json::DecodingError>(
+    return testing::thrownMessage<json::DecodingError>(
         [&] { json::decodeDocument<TimelinePlaybackRate>(bytes); });
 }
 
@@ -100,7 +97,7 @@ TEST(TimelinePlaybackRateTest, TakesWholeThousandthsOfFiniteMultipliersInTheVali
     for (const char* refused : {"0.49", "4.01", "1.005", "1.0005", "0"}) {
         EXPECT_EQ(decodingMessage(refused), invalidRateText) << refused;
     }
-    EXPECT_EQ(rilo::testing::thrownMessage<json::DecodingError>([] {
+    EXPECT_EQ(testing::thrownMessage<json::DecodingError>([] {
                   json::decode<TimelinePlaybackRate>(json::Json(std::numeric_limits<double>::quiet_NaN()));
               }),
               invalidRateText);
@@ -143,3 +140,4 @@ TEST(TimelineFrameGridTest, BoundariesAreTruncatedSixtiethsAndTimesRoundToThem) 
 }
 
 } // namespace
+} // namespace rilo

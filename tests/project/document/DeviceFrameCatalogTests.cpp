@@ -11,19 +11,14 @@
 #include <string>
 #include <vector>
 
+namespace rilo {
 namespace {
 
-using rilo::DeviceFrameCatalog;
-using rilo::DeviceFrameCatalogError;
-using rilo::DeviceFrameDescriptor;
-using rilo::DeviceFrameVariant;
-using rilo::PixelSize;
-using rilo::RectValue;
 using Case = DeviceFrameCatalogError::Case;
 namespace fs = std::filesystem;
 
 std::string sourceCatalogBytes() {
-    return rilo::readFileBytes(rilo::testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
+    return readFileBytes(testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
 }
 
 DeviceFrameCatalog shippedCatalog() {
@@ -50,7 +45,7 @@ DeviceFrameDescriptor device(std::string id, std::int64_t priority, std::int64_t
 }
 
 std::optional<Case> caseOfLoading(const fs::path& directory) {
-    return rilo::testing::thrownCase<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(directory); });
+    return testing::thrownCase<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(directory); });
 }
 
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
@@ -91,7 +86,7 @@ TEST(DeviceFrameCatalogTests, TheBuiltCatalogGivesCommonSizesTheirDefaultAssetAn
     const auto catalog = shippedCatalog();
     // The resource directory of this build, where the pictures are drawn,
     // holds the shipped catalog with every picture.
-    const fs::path buildResources = rilo::testing::buildDirectory();
+    const fs::path buildResources = testing::buildDirectory();
     ASSERT_FALSE(buildResources.empty()) << "RILO_BUILD_DIR is not set";
     EXPECT_EQ(DeviceFrameCatalog::load(buildResources), catalog);
     // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
@@ -129,7 +124,7 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         SCOPED_TRACE(name);
         auto catalog = valid;
         fault(catalog);
-        EXPECT_EQ(rilo::testing::thrownCase<DeviceFrameCatalogError>([&] { catalog.validate(); }),
+        EXPECT_EQ(testing::thrownCase<DeviceFrameCatalogError>([&] { catalog.validate(); }),
                   Case::invalidCatalog);
     }
 
@@ -142,11 +137,11 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
 
 class DeviceFrameCatalogLoadingTests : public ::testing::Test {
 protected:
-    rilo::testing::TemporaryDirectory resources;
+    testing::TemporaryDirectory resources;
 
     void writeCatalog(const fs::path& relativePath, const std::string& bytes) {
         fs::create_directories((resources.path() / relativePath).parent_path());
-        rilo::writeFileAtomically(resources.path() / relativePath, bytes);
+        writeFileAtomically(resources.path() / relativePath, bytes);
     }
 
     // Empty stand-ins: loading only needs each picture to exist.
@@ -175,7 +170,7 @@ TEST_F(DeviceFrameCatalogLoadingTests, MissingUndecodableOrInvalidCatalogsAreRep
     }
 
     // A device without its corner radius.
-    auto document = rilo::json::parse(sourceCatalogBytes());
+    auto document = json::parse(sourceCatalogBytes());
     document["devices"][4].erase("screenCornerRadius");
     writeCatalog("DeviceFrames/catalog.json", document.dump());
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
@@ -183,7 +178,7 @@ TEST_F(DeviceFrameCatalogLoadingTests, MissingUndecodableOrInvalidCatalogsAreRep
     auto catalog = shippedCatalog();
     catalog.devices[2].screenRect.height = 1.5;
     writePictures(catalog, "DeviceFrames");
-    writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
+    writeCatalog("DeviceFrames/catalog.json", json::encodeDocument(catalog));
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
 }
 
@@ -196,7 +191,7 @@ TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtT
     const auto& variant = catalog.devices[10].variants.back();
     fs::remove(resources.path() / "DeviceFrames" / variant.file);
     const auto error =
-        rilo::testing::thrown<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(resources.path()); });
+        testing::thrown<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(resources.path()); });
     ASSERT_TRUE(error) << "loaded";
     EXPECT_EQ(error->errorCase(), Case::missingAsset);
     EXPECT_EQ(error->assetName(), variant.file);
@@ -213,3 +208,4 @@ TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtT
 }
 
 } // namespace
+} // namespace rilo

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <vector>
 
 namespace rilo {
@@ -20,6 +19,7 @@ using Edit = std::function<EditTimeline(const EditTimeline&)>;
 constexpr ProjectTime sourceDuration = ProjectTime::fromSeconds(10);
 
 using testing::between;
+using testing::distinctSegmentIDs;
 using testing::frame;
 using testing::ms;
 using testing::ns;
@@ -84,14 +84,6 @@ std::vector<ProjectTimeRange> rangesOf(const EditTimeline& timeline) {
     return ranges;
 }
 
-std::size_t distinctIdsOf(const EditTimeline& timeline) {
-    std::set<Uuid> ids;
-    for (const TimelineSegment& s : timeline.segments) {
-        ids.insert(s.id);
-    }
-    return ids.size();
-}
-
 void expectEditError(const EditTimeline& timeline, Case expected, const Edit& edit) {
     EXPECT_EQ(testing::thrownCase<TimelineEditError>([&] { edit(timeline); }), expected);
 }
@@ -117,7 +109,7 @@ TEST(TimelineEditSplitTests, LeftHalfKeepsTheIdAndBothHalvesKeepTheRate) {
     EXPECT_EQ(result.segments[1], (TimelineSegment{fixture.b.id, between(ms(3'000), ms(4'000)), {2000}}));
     EXPECT_EQ(result.segments[2].sourceRange, between(ms(4'000), ms(5'000)));
     EXPECT_EQ(result.segments[2].playbackRate.permille, 2000);
-    EXPECT_EQ(distinctIdsOf(result), 4U) << "the right half gets an id of its own";
+    EXPECT_EQ(distinctSegmentIDs(result), 4U) << "the right half gets an id of its own";
     // A split removes no content: effects and annotations stay as they were.
     EXPECT_EQ(result.zooms, fixture.timeline.zooms);
     EXPECT_EQ(result.annotations, fixture.timeline.annotations);
@@ -242,7 +234,7 @@ TEST(TimelineEditRemoveTests, CutsSplitSegmentsAndPassTheIdOn) {
     for (const Row& row : rows) {
         const EditTimeline result = checked(removing(row.cuts)(row.timeline));
         EXPECT_EQ(rangesOf(result), row.expected);
-        EXPECT_EQ(distinctIdsOf(result), result.segments.size());
+        EXPECT_EQ(distinctSegmentIDs(result), result.segments.size());
     }
 
     // The left piece keeps the id and the rate goes to both; with no left

@@ -17,6 +17,7 @@ namespace {
 
 using testing::ms;
 using testing::thrownCase;
+using testing::timelineOf;
 
 ProjectTimeRange span(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
     return testing::between(ms(startMilliseconds), ms(endMilliseconds));
@@ -39,13 +40,6 @@ ZoomSegment zoom(std::int64_t startMilliseconds, std::int64_t endMilliseconds, P
             ms(endMilliseconds),
             TimelineEffectEngine::constrainedFocus(focus, scale),
             scale};
-}
-
-EditTimeline timelineOf(std::vector<TimelineSegment> segments, std::vector<ZoomSegment> zooms = {}) {
-    EditTimeline timeline;
-    timeline.segments = std::move(segments);
-    timeline.zooms = std::move(zooms);
-    return timeline;
 }
 
 TimelinePlanResult applyPlan(const TimelineEditPlan& plan, const EditTimeline& timeline,

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <vector>
 
 namespace rilo {
@@ -41,14 +40,6 @@ std::vector<Piece> piecesOf(const EditTimeline& timeline) {
         pieces.push_back({s.sourceRange, s.playbackRate.permille});
     }
     return pieces;
-}
-
-std::set<Uuid> idsOf(const EditTimeline& timeline) {
-    std::set<Uuid> ids;
-    for (const TimelineSegment& s : timeline.segments) {
-        ids.insert(s.id);
-    }
-    return ids;
 }
 
 EditTimeline checked(EditTimeline timeline) {
@@ -92,7 +83,7 @@ TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
                                                     {between(ms(2'000), ms(4'000)), 2000},
                                                     {between(ms(4'000), sourceDuration), 1000}}));
     EXPECT_EQ(result.segments[0].id, whole.id);
-    EXPECT_EQ(idsOf(result).size(), 3U) << "the changed and the right piece get fresh ids";
+    EXPECT_EQ(testing::distinctSegmentIDs(result), 3U) << "the changed and the right piece get fresh ids";
     EXPECT_EQ(TimelineMapper(result, sourceDuration).sequenceDuration(), ms(9'000));
     // Effects live in source time and are not touched.
     EXPECT_EQ(result.zooms, timeline.zooms);

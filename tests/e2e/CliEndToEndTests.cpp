@@ -22,11 +22,18 @@ protected:
     }
 };
 
-TEST_F(CliEndToEnd, VersionIsOneLineAndWithoutTheWordCliTheApplicationStarts) {
-    for (const char* word : {"version", "--version"}) {
-        const auto result = rilo({"cli", word});
+TEST_F(CliEndToEnd, VersionIsOneLineHelpIsTheGeneralTextAndWithoutTheWordCliTheApplicationStarts) {
+    const std::string version = "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n";
+    const std::string help =
+        readFileBytes(testing::sourceDirectory() / "tests/e2e/expected/general-help.txt");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"cli", "version"}, version}, {{"cli", "--version"}, version}, {{"cli"}, help},
+        {{"cli", "help"}, help},       {{"cli", "--help"}, help},       {{"cli", "-h"}, help},
+    };
+    for (const auto& [arguments, output] : rows) {
+        const auto result = rilo(arguments);
         EXPECT_EQ(result.exitCode, 0);
-        EXPECT_EQ(result.standardOutput, "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n");
+        EXPECT_EQ(result.standardOutput, output);
         EXPECT_EQ(result.standardError, "");
     }
     for (const std::vector<std::string>& arguments :
@@ -35,42 +42,32 @@ TEST_F(CliEndToEnd, VersionIsOneLineAndWithoutTheWordCliTheApplicationStarts) {
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.standardOutput.find("protocolVersion"), std::string::npos);
     }
-    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
-}
-
-TEST_F(CliEndToEnd, PrintsTheGeneralHelpText) {
-    const std::string expected =
-        readFileBytes(testing::sourceDirectory() / "tests/e2e/expected/general-help.txt");
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"cli"}, {"cli", "help"}, {"cli", "--help"}, {"cli", "-h"}}) {
-        const auto result = rilo(arguments);
-        EXPECT_EQ(result.exitCode, 0);
-        EXPECT_EQ(result.standardOutput, expected);
-        EXPECT_EQ(result.standardError, "");
-    }
-    // Help opens no project store.
+    // None of them opens a project store.
     EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
 }
 
 TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
-    const auto help = rilo({"cli", "help", "nonsense"});
-    EXPECT_EQ(help.exitCode, 1);
-    EXPECT_EQ(help.standardOutput, "");
-    EXPECT_EQ(help.standardError, errorEnvelope("invalid_arguments", "参数无效：help topic"));
-
-    const auto unguarded = rilo({"cli", "cut", "abc", "--range", "0,1000", "--apply"});
-    EXPECT_EQ(unguarded.exitCode, 1);
-    EXPECT_EQ(unguarded.standardOutput, "");
-    EXPECT_EQ(unguarded.standardError,
-              errorEnvelope("invalid_arguments", "参数无效：--apply必须与--expect同时提供"));
-    // Arguments are refused before any library is opened.
-    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
-
-    // A negative number is a value: the line gets past the parser, and then
-    // the empty library has no project "abc".
-    const auto parsed = rilo({"cli", "idle", "abc", "--silence-db", "-42"});
-    EXPECT_EQ(parsed.exitCode, 2);
-    EXPECT_EQ(parsed.standardError, errorEnvelope("project_not_found", "找不到项目：abc"));
+    const struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        std::string standardError;
+    } rows[] = {
+        {{"help", "nonsense"}, 1, errorEnvelope("invalid_arguments", "参数无效：help topic")},
+        {{"cut", "abc", "--range", "0,1000", "--apply"},
+         1,
+         errorEnvelope("invalid_arguments", "参数无效：--apply必须与--expect同时提供")},
+        // A negative number is a value: the line gets past the parser, and then
+        // the empty library has no project "abc".
+        {{"idle", "abc", "--silence-db", "-42"}, 2, errorEnvelope("project_not_found", "找不到项目：abc")},
+    };
+    for (const auto& row : rows) {
+        const auto result = cli(row.arguments);
+        EXPECT_EQ(result.exitCode, row.exitCode);
+        EXPECT_EQ(result.standardOutput, "");
+        EXPECT_EQ(result.standardError, row.standardError);
+        // Arguments are refused before any library is opened.
+        EXPECT_EQ(std::filesystem::exists(library), row.exitCode != 1);
+    }
 }
 
 TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {

@@ -33,6 +33,8 @@ protected:
         CommitTest::SetUp();
         if (!isTimeline()) {
             store.writeCaptions(numberedCaptions(0), digestOfNoBytes, package);
+            // The editor's caption write takes no timeline lock.
+            EXPECT_FALSE(std::filesystem::exists(package.timelineLockURL()));
         }
     }
 
@@ -345,11 +347,6 @@ TEST_F(CommitTest, FirstCaptionCommitIsGuardedByTheTimelineAndTakesBothLocks) {
                   [&] { store.commitCaptions(numberedCaptions(2), digest, digestOfNoBytes, package); }),
               ProjectStoreError::Case::timelineDigestConflict);
     EXPECT_EQ(store.captionsDigest(package), digest);
-}
-
-TEST_F(CommitTest, EditorCaptionWriteNeedsNoTimelineLock) {
-    store.writeCaptions(numberedCaptions(1), digestOfNoBytes, package);
-    EXPECT_FALSE(std::filesystem::exists(package.timelineLockURL()));
 }
 
 TEST_F(CommitTest, TimelineCommitGuardedByCaptionsTakesTheirLock) {

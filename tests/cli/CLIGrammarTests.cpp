@@ -175,10 +175,8 @@ TEST(CLIGrammar, AcceptedValuesAreReadInFull) {
     EXPECT_EQ(Parser::parseRange("1000,1001"), (CLIRange{1000, 1001}));
     EXPECT_EQ(Parser::parsePoint("0,1"), (PointValue{0, 1}));
 
-    EXPECT_EQ(std::get<mutation::Speed>(
-                  mutation({"speed-set", "ab", "--range", "0,1000", "--rate", "1.25"}).mutation)
-                  .rate,
-              TimelinePlaybackRate{1250});
+    EXPECT_EQ(mutation({"speed-set", "ab", "--range", "0,1000", "--rate", "1.25"}).mutation,
+              CLIMutation(mutation::Speed{{0, 1000}, CLITimeDomain::sequence, TimelinePlaybackRate{1250}}));
     const auto zoom = std::get<mutation::ZoomAdd>(
         mutation({"zoom-add", "ab", "--range", "0,1000", "--level", "2.5", "--at", "0.4,0.5"}).mutation);
     EXPECT_EQ(zoom.level, 2.5);

@@ -27,12 +27,9 @@ constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 using testing::buildCatalog;
 using testing::timelineOf;
 
-TimelineValidator::DeviceFrameCatalogProvider buildCatalogProvider() {
-    return []() -> const DeviceFrameCatalog& { return buildCatalog(); };
-}
-
 void validate(const EditTimeline& timeline, ProjectTime sourceDuration = tenSeconds) {
-    TimelineValidator::validate(timeline, sourceDuration, buildCatalogProvider());
+    TimelineValidator::validate(timeline, sourceDuration,
+                                [&]() -> const DeviceFrameCatalog& { return buildCatalog(); });
 }
 
 // The case of the error, or nullopt when the timeline passes.

@@ -94,10 +94,6 @@ EditTimeline checked(EditTimeline timeline) {
     return timeline;
 }
 
-ProjectTime sequenceDurationOf(const EditTimeline& timeline) {
-    return TimelineMapper(timeline, sourceDuration).sequenceDuration();
-}
-
 TEST(TimelineEditSplitTests, LeftHalfKeepsTheIdAndBothHalvesKeepTheRate) {
     ThreeSegments fixture;
     fixture.timeline.zooms = {zoom(ms(3'500), ms(4'500))};
@@ -176,7 +172,7 @@ TEST(TimelineEditTrimTests, TrimsCutsAndDeletesDropAnnotationsThatNoLongerShowAn
 
     const EditTimeline result = checked(deleting(fixture.b.id)(fixture.timeline));
     EXPECT_EQ(result.segments, (std::vector<TimelineSegment>{fixture.a, fixture.c}));
-    EXPECT_EQ(sequenceDurationOf(result), ms(5'000));
+    EXPECT_EQ(TimelineMapper(result, sourceDuration).sequenceDuration(), ms(5'000));
     // The partly kept annotation stays whole, with its stored times.
     EXPECT_EQ(result.annotations, std::vector<AnnotationElement>{acrossTheGap});
 }

@@ -57,8 +57,7 @@ struct CutTimeline {
     TimelineMapper mapper{timelineOf({a, b, c, d, e}), sourceDuration};
 };
 
-// ---------------------------------------------------------------------------
-// Rate arithmetic
+// ---- Rate arithmetic ----
 
 __extension__ typedef __int128 Int128;
 
@@ -120,8 +119,7 @@ TEST(TimelineRateMath, SequenceDurationRoundsToNearestAndImpossibleConversionsGi
     }
 }
 
-// ---------------------------------------------------------------------------
-// Construction
+// ---- Construction ----
 
 TEST(TimelineMapperConstruction, SegmentsLieEndToEndFromZeroEachConvertedOnce) {
     const CutTimeline fixture;
@@ -170,8 +168,7 @@ TEST(TimelineMapperConstruction, ASequenceBeyondSixtyFourBitsOverflows) {
               ns(6'000'000'000'000'000'000));
 }
 
-// ---------------------------------------------------------------------------
-// Point mappings
+// ---- Point mappings ----
 
 TEST(TimelineMapperPointMapping, BoundariesMapBothWaysAndOffsetsScaleByTheRateRoundingToNearest) {
     const CutTimeline fixture;
@@ -247,8 +244,7 @@ TEST(TimelineMapperPointMapping, CutsMapToNothingButToTheNextKeptBoundaryAndIdsF
     EXPECT_EQ(fixture.mapper.projectionForSegmentID(Uuid::random()), std::nullopt);
 }
 
-// ---------------------------------------------------------------------------
-// Ranges
+// ---- Ranges ----
 
 TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndDeltasMoveAtTheRate) {
     const CutTimeline fixture;
@@ -326,8 +322,7 @@ TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndDeltasMoveAt
               std::nullopt);
 }
 
-// ---------------------------------------------------------------------------
-// A mapper without segments
+// ---- A mapper without segments ----
 
 // An empty timeline is refused on construction; a default mapper has no
 // projections at all.

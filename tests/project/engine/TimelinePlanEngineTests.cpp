@@ -76,8 +76,7 @@ std::string namespaceOf(const EditTimeline& timeline) {
     return text;
 }
 
-// ---------------------------------------------------------------------------
-// Merging cut ranges
+// ---- Merging cut ranges ----
 
 TEST(TimelinePlanMergeTest, SnapsSortsAndMergesOverlappingAndTouchingRanges) {
     const std::vector<ProjectTimeRange> merged = TimelinePlanEngine::mergedRanges({
@@ -90,8 +89,7 @@ TEST(TimelinePlanMergeTest, SnapsSortsAndMergesOverlappingAndTouchingRanges) {
     EXPECT_EQ(merged, (std::vector<ProjectTimeRange>{span(1'000, 3'000), span(8'000, 10'000)}));
 }
 
-// ---------------------------------------------------------------------------
-// Counting operations
+// ---- Counting operations ----
 
 TEST(TimelinePlanEngineTest, PlanNeedsOneToFiveHundredOperationsAndItsCutsAreMergedAndRemoved) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
@@ -127,8 +125,7 @@ TEST(TimelinePlanEngineTest, PlanNeedsOneToFiveHundredOperationsAndItsCutsAreMer
     EXPECT_EQ(partly.timeline.segments[1].sourceRange, span(11'000, 20'000));
 }
 
-// ---------------------------------------------------------------------------
-// Zoom reconciliation
+// ---- Zoom reconciliation ----
 
 TEST(TimelinePlanReconciliationTest, CutZoomsAreRemovedSplitOrTrimmedWithFreshRamps) {
     // Cut in the middle: three seconds are removed, six are split.
@@ -213,8 +210,7 @@ TEST(TimelinePlanReconciliationTest, ZoomsAcrossAGapOrOffTheGridFailAPlanUnlessR
               (std::vector<TimelineSpeedChange>{{span(10'000, 12'000), {2000}}}));
 }
 
-// ---------------------------------------------------------------------------
-// Zoom additions
+// ---- Zoom additions ----
 
 TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndMustLieInWhatTheCutsLeave) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
@@ -276,8 +272,7 @@ TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
               TimelineEffectError::Case::zoomOverlap);
 }
 
-// ---------------------------------------------------------------------------
-// Speed and settings in a plan
+// ---- Speed and settings in a plan ----
 
 TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResult) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
@@ -298,8 +293,7 @@ TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResul
     EXPECT_EQ(result.timeline.segments[1].playbackRate, TimelinePlaybackRate{2000});
 }
 
-// ---------------------------------------------------------------------------
-// Identity
+// ---- Identity ----
 
 TEST(TimelinePlanIdentityTest, NewSegmentsAndZoomsGetVersion5IdsFromTheirContent) {
     // SHA-256("abc") = ba7816bf 8f01cfea 414140de 5dae2223 ...

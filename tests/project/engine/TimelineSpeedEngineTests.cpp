@@ -57,17 +57,11 @@ void expectSpeedError(const EditTimeline& timeline, Case expected,
     EXPECT_EQ(testing::thrownCase<TimelineSpeedError>([&] { body(timeline); }), expected);
 }
 
-void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t permille,
-                     ProjectTimeRange range) {
-    expectSpeedError(timeline, expected, [&](const EditTimeline& t) { settingRate(permille, range, t); });
-}
-
 std::optional<Case> normalizationError(const std::vector<TimelineSpeedChange>& changes) {
     return testing::thrownCase<TimelineSpeedError>([&] { TimelineSpeedEngine::normalized(changes); });
 }
 
-// ---------------------------------------------------------------------------
-// Setting a rate
+// ---- Setting a rate ----
 
 TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
     const TimelineSegment whole = segment(ms(0), sourceDuration);
@@ -150,7 +144,8 @@ TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNoth
         {atRate, Case::noChange, 1000, between(ms(4'000), ms(5'000))},
     };
     for (const Row& row : rows) {
-        expectRateError(row.timeline, row.expected, row.permille, row.range);
+        expectSpeedError(row.timeline, row.expected,
+                         [&](const EditTimeline& t) { settingRate(row.permille, row.range, t); });
     }
     // Both ends of the scale are fine; four frames at 4x play for a whole frame.
     EXPECT_NO_THROW(settingRate(500, between(ms(0), ms(1'000)), whole));
@@ -163,8 +158,7 @@ TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNoth
               TimelineValidationError::Case::sequenceSegmentTooShort);
 }
 
-// ---------------------------------------------------------------------------
-// Normalising a batch
+// ---- Normalising a batch ----
 
 TEST(TimelineSpeedNormalizationTests, SnapsSortsMergesChangesOfOneRateOnlyAndChecksEachInOrder) {
     // Given out of order, touching, and one inside the other.
@@ -194,8 +188,7 @@ TEST(TimelineSpeedNormalizationTests, SnapsSortsMergesChangesOfOneRateOnlyAndChe
               Case::invalidRate);
 }
 
-// ---------------------------------------------------------------------------
-// Applying a batch
+// ---- Applying a batch ----
 
 TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrderOrDiscardsTheBatch) {
     const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});

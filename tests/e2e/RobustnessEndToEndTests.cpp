@@ -15,16 +15,12 @@ namespace {
 
 using json::Json;
 
-class RobustnessEndToEnd : public testing::CliLibraryTest {
-protected:
-    // The exit status of `rilo cli <arguments>` when the reader of one of its
-    // output streams has gone away.
-    int exitWithoutReader(int stream, const std::vector<std::string>& arguments) const {
-        return cli(arguments, {.closedReaderStream = stream}).exitCode;
-    }
-};
+class RobustnessEndToEnd : public testing::CliLibraryTest {};
 
 TEST_F(RobustnessEndToEnd, AGoneReaderLeavesTheExitCodeAsTheResult) {
+    const auto exitWithoutReader = [&](int stream, const std::vector<std::string>& arguments) {
+        return cli(arguments, {.closedReaderStream = stream}).exitCode;
+    };
     // The failure's envelope goes to standard error, the answers to standard output.
     EXPECT_EQ(exitWithoutReader(STDERR_FILENO, {"describe", "nonexistent"}), 2);
     EXPECT_EQ(exitWithoutReader(STDERR_FILENO, {"cut", "x", "--range", "9,1"}), 1);

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
@@ -51,11 +50,6 @@ private:
     std::string name_;
     std::optional<std::string> old_;
 };
-
-void writePlainFile(const fs::path& path, const std::string& bytes) {
-    std::ofstream stream(path, std::ios::binary);
-    stream << bytes;
-}
 
 // Files
 
@@ -114,10 +108,10 @@ TEST(Sha256Test, MatchesTheStandardVectorsForTextAndFiles) {
 
     const TemporaryDirectory directory;
     const fs::path file = directory.path() / "timeline.json";
-    writePlainFile(file, "abc");
+    writeFileAtomically(file, "abc");
     EXPECT_EQ(sha256HexOfFile(file), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     const std::string bytes("a\0b\n", 4);
-    writePlainFile(file, bytes);
+    writeFileAtomically(file, bytes);
     EXPECT_EQ(sha256HexOfFile(file), sha256Hex(bytes));
     EXPECT_THROW(sha256HexOfFile(directory.path() / "missing"), FileError);
     EXPECT_THROW(sha256HexOfFile(directory.path()), FileError);

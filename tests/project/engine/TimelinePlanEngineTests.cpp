@@ -212,7 +212,7 @@ TEST(TimelinePlanReconciliationTest, ZoomsAcrossAGapOrOffTheGridFailAPlanUnlessR
 
 // ---- Zoom additions ----
 
-TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndMustLieInWhatTheCutsLeave) {
+TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndFollowsTheRulesOfZooms) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     auto press = [](std::int64_t at, PointValue point, std::optional<bool> inside = std::nullopt) {
         MouseEvent event;
@@ -262,13 +262,12 @@ TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndM
     EXPECT_EQ(error.zoomID(), std::nullopt);
     EXPECT_EQ(error.normalizedCuts(),
               (std::vector<ProjectTimeRange>{span(3'000, 4'000), span(9'000, 10'000)}));
-}
 
-TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)});
+    // And it follows the rules of zooms.
     TimelineEditPlan overlapping;
     overlapping.zoomAdds = {{span(4'000, 7'000), 2, std::nullopt}};
-    EXPECT_EQ(thrownCase<TimelineEffectError>([&] { applyPlan(overlapping, timeline); }),
+    EXPECT_EQ(thrownCase<TimelineEffectError>(
+                  [&] { applyPlan(overlapping, timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)})); }),
               TimelineEffectError::Case::zoomOverlap);
 }
 

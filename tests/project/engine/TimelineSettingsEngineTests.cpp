@@ -44,14 +44,11 @@ EditTimeline unusualTimeline() {
     return timeline;
 }
 
-double outputAspectRatioOf(const EditTimeline& timeline) {
-    return TimelineSettingsEngine::outputAspectRatio(timeline.canvas.aspectRatio, fullHD);
-}
-
 TimelineEffectEngine::WebcamHalfExtents radiiOf(const EditTimeline& timeline) {
     const WebcamOverlay& overlay = *timeline.webcamOverlay;
-    return TimelineEffectEngine::webcamRadii(overlay.diameter, outputAspectRatioOf(timeline),
-                                             value(overlay.aspectRatio));
+    return TimelineEffectEngine::webcamRadii(
+        overlay.diameter, TimelineSettingsEngine::outputAspectRatio(timeline.canvas.aspectRatio, fullHD),
+        value(overlay.aspectRatio));
 }
 
 struct AcceptedSetting {

@@ -103,9 +103,6 @@ protected:
         return isTimeline() ? ProjectStoreError::Case::timelineDigestConflict
                             : ProjectStoreError::Case::captionsDigestConflict;
     }
-    std::string conflictMessage() const {
-        return isTimeline() ? "Timeline已被其他进程修改，请重新预演。" : "字幕已被其他进程修改，请重新预演。";
-    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Documents, GuardedCommitTest, ::testing::Values("timeline", "captions"),
@@ -141,7 +138,8 @@ TEST_P(GuardedCommitTest, StaleDigestChangesNothing) {
     ASSERT_TRUE(conflict);
     EXPECT_EQ(conflict->errorCase(), conflictCase());
     EXPECT_EQ(conflict->actualDigest(), sha256Hex(current));
-    EXPECT_EQ(conflict->message(), conflictMessage());
+    EXPECT_EQ(conflict->message(),
+              isTimeline() ? "Timeline已被其他进程修改，请重新预演。" : "字幕已被其他进程修改，请重新预演。");
 
     EXPECT_EQ(thrownCase<ProjectStoreError>([&] { write(3, original); }), conflictCase());
 

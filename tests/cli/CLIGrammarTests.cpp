@@ -3,6 +3,7 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "shared/AppDirectories.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -119,13 +120,11 @@ TEST(CLIGrammar, EveryMistakeIsRejectedWithItsCaseAndMessage) {
         {{"export", "ab"}, "缺少参数：--out"},
     };
     for (const auto& [arguments, message] : rejections) {
-        try {
-            Parser::parse(arguments);
-            ADD_FAILURE() << "parsed without error: " << ::testing::PrintToString(arguments);
-        } catch (const CLIArgumentError& error) {
-            EXPECT_EQ(error.errorCase(), caseOf(message)) << ::testing::PrintToString(arguments);
-            EXPECT_EQ(error.message(), message) << ::testing::PrintToString(arguments);
-        }
+        SCOPED_TRACE(::testing::PrintToString(arguments));
+        const auto error = rilo::testing::thrown<CLIArgumentError>([&] { Parser::parse(arguments); });
+        ASSERT_TRUE(error) << "parsed without error";
+        EXPECT_EQ(error->errorCase(), caseOf(message));
+        EXPECT_EQ(error->message(), message);
     }
 }
 
@@ -159,14 +158,8 @@ TEST(CLIGrammar, EveryCommandOfTheUsageTextHasItsGrammar) {
     EXPECT_EQ(Parser::parse({"export", "ab", "--out", "/tmp/r.mp4"}),
               CLICommand(command::Export{"ab", ExportConfiguration::preset(ExportPreset::standard),
                                          "/tmp/r.mp4", false}));
-    EXPECT_EQ(Parser::parse({}), CLICommand(command::Help{}));
     EXPECT_EQ(Parser::parse({"-h", "output"}), CLICommand(command::Help{CLIAgentHelpTopic::output}));
     EXPECT_EQ(Parser::parse({"help", "edit-plan"}), CLICommand(command::Help{CLIAgentHelpTopic::editPlan}));
-    EXPECT_EQ(Parser::parse({"list"}), CLICommand(command::List{}));
-    EXPECT_EQ(Parser::parse({"system-info"}), CLICommand(command::SystemInfo{}));
-    EXPECT_EQ(Parser::parse({"describe", "1a2b"}), CLICommand(command::Describe{"1a2b"}));
-    EXPECT_EQ(Parser::parse({"history", "1A"}), CLICommand(command::History{"1A"}));
-    EXPECT_EQ(Parser::parse({"captions-read", "ab"}), CLICommand(command::CaptionsRead{"ab"}));
     EXPECT_EQ(Parser::parse({"edit-plan-prepare", "ab"}), CLICommand(command::EditPlanPrepare{"ab"}));
 }
 
@@ -182,10 +175,8 @@ TEST(CLIGrammar, AcceptedValuesAreReadInFull) {
     EXPECT_EQ(Parser::parseRange("1000,1001"), (CLIRange{1000, 1001}));
     EXPECT_EQ(Parser::parsePoint("0,1"), (PointValue{0, 1}));
 
-    EXPECT_EQ(std::get<mutation::Speed>(
-                  mutation({"speed-set", "ab", "--range", "0,1000", "--rate", "1.25"}).mutation)
-                  .rate,
-              TimelinePlaybackRate{1250});
+    EXPECT_EQ(mutation({"speed-set", "ab", "--range", "0,1000", "--rate", "1.25"}).mutation,
+              CLIMutation(mutation::Speed{{0, 1000}, CLITimeDomain::sequence, TimelinePlaybackRate{1250}}));
     const auto zoom = std::get<mutation::ZoomAdd>(
         mutation({"zoom-add", "ab", "--range", "0,1000", "--level", "2.5", "--at", "0.4,0.5"}).mutation);
     EXPECT_EQ(zoom.level, 2.5);

@@ -3,6 +3,7 @@
 #include "cli/ProjectCommandService.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -21,13 +22,8 @@ protected:
     }
 
     template <class Error>
-    std::string failure(const fs::path& output, bool replace) const {
-        try {
-            prepare(output, replace);
-        } catch (const Error& error) {
-            return error.message();
-        }
-        return "no failure";
+    std::optional<std::string> failure(const fs::path& output, bool replace) const {
+        return testing::thrownMessage<Error>([&] { prepare(output, replace); });
     }
 };
 

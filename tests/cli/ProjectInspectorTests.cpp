@@ -29,14 +29,7 @@ ProjectSnapshot sampleSnapshot() {
         testing::sampleManifest(*Uuid::parse("0A0B0C0D-0000-4000-8000-000000000001"), IsoDate{1'700'000'000});
     snapshot.timeline.segments = {segment(ms(0), ms(4000), 1000), segment(ms(5000), ms(9000), 500),
                                   segment(ms(10000), ms(12000), 1500)};
-    ZoomSegment zoom;
-    zoom.id = Uuid::random();
-    zoom.startTime = ms(1000);
-    zoom.focusTime = ms(1500);
-    zoom.holdEndTime = ms(2000);
-    zoom.endTime = ms(2500);
-    zoom.scale = 1.5;
-    snapshot.timeline.zooms = {zoom};
+    snapshot.timeline.zooms = {{Uuid::random(), ms(1000), ms(1500), ms(2000), ms(2500), {0.5, 0.5}, 1.5}};
     snapshot.mouseEvents = {
         press(100, MouseButton::left, MousePhase::down, true),
         press(200, MouseButton::left, MousePhase::up, true),
@@ -79,21 +72,17 @@ TEST(ProjectInspector, DescribesSegmentsOnBothAxesZoomsTracksAndClicks) {
     EXPECT_EQ(description.captionCueCount, 0);
     EXPECT_FALSE(description.captionLanguage.has_value());
     EXPECT_EQ(description.timelineDigest, "digest");
-}
 
-TEST(ProjectInspector, AnInvalidTimelineFailsTheDescription) {
-    ProjectSnapshot snapshot = sampleSnapshot();
-    snapshot.timeline.segments.push_back(segment(ms(11000), ms(12300), 1000)); // overlaps the last one
-    EXPECT_THROW(ProjectInspector::describe(snapshot, "digest"), TimelineValidationError);
-}
-
-TEST(ProjectInspector, SummaryCountsSegmentsNotAtNormalSpeed) {
-    const ProjectSnapshot snapshot = sampleSnapshot();
-    const TimelineMapper mapper(snapshot.timeline, snapshot.manifest.duration);
-    const CLITimelineSummary summary = ProjectInspector::timelineSummary(snapshot.timeline, mapper);
+    // The summary counts the segments not at normal speed.
+    const CLITimelineSummary summary = ProjectInspector::timelineSummary(
+        snapshot.timeline, TimelineMapper(snapshot.timeline, snapshot.manifest.duration));
     EXPECT_EQ(summary.segmentCount, 3);
     EXPECT_EQ(summary.speedSegmentCount, 2);
     EXPECT_EQ(summary.zoomCount, 1);
+
+    ProjectSnapshot invalid = snapshot;
+    invalid.timeline.segments.push_back(segment(ms(11000), ms(12300), 1000)); // overlaps the last one
+    EXPECT_THROW(ProjectInspector::describe(invalid, "digest"), TimelineValidationError);
 }
 
 TEST(ProjectInspector, CuesShowWhereTheyStayVisibleAfterCuts) {

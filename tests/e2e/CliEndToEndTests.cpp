@@ -3,43 +3,37 @@
 
 #include "shared/Files.h"
 #include "shared/Json.h"
+#include "support/CliLibraryTest.h"
 #include "support/PackageFixtures.h"
-#include "support/ProcessRunner.h"
-#include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
 
 namespace rilo {
 namespace {
 
-using testing::ProcessResult;
-
-class CliEndToEnd : public ::testing::Test {
+class CliEndToEnd : public testing::CliTest {
 protected:
-    testing::TemporaryDirectory dataHome;
-    std::filesystem::path library = dataHome / "Rilo/Projects";
-
-    ProcessResult rilo(const std::vector<std::string>& arguments) const {
-        testing::ProcessOptions options;
-        options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-        return testing::runProcess(testing::riloExecutable(), arguments, options);
-    }
-
     static std::string errorEnvelope(const std::string& code, const std::string& message) {
         return "{\n  \"error\" : \"" + code + "\",\n  \"message\" : \"" + message +
                "\",\n  \"protocolVersion\" : 1\n}\n";
     }
 };
 
-TEST_F(CliEndToEnd, VersionIsOneLineAndWithoutTheWordCliTheApplicationStarts) {
-    for (const char* word : {"version", "--version"}) {
-        const auto result = rilo({"cli", word});
+TEST_F(CliEndToEnd, VersionIsOneLineHelpIsTheGeneralTextAndWithoutTheWordCliTheApplicationStarts) {
+    const std::string version = "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n";
+    const std::string help =
+        readFileBytes(testing::sourceDirectory() / "tests/e2e/expected/general-help.txt");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> rows{
+        {{"cli", "version"}, version}, {{"cli", "--version"}, version}, {{"cli"}, help},
+        {{"cli", "help"}, help},       {{"cli", "--help"}, help},       {{"cli", "-h"}, help},
+    };
+    for (const auto& [arguments, output] : rows) {
+        const auto result = rilo(arguments);
         EXPECT_EQ(result.exitCode, 0);
-        EXPECT_EQ(result.standardOutput, "{\"protocolVersion\":1,\"version\":\"0.1.0\"}\n");
+        EXPECT_EQ(result.standardOutput, output);
         EXPECT_EQ(result.standardError, "");
     }
     for (const std::vector<std::string>& arguments :
@@ -48,48 +42,36 @@ TEST_F(CliEndToEnd, VersionIsOneLineAndWithoutTheWordCliTheApplicationStarts) {
         EXPECT_EQ(result.exitCode, 0);
         EXPECT_EQ(result.standardOutput.find("protocolVersion"), std::string::npos);
     }
-    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
-}
-
-TEST_F(CliEndToEnd, PrintsTheGeneralHelpText) {
-    const std::string expected =
-        readFileBytes(testing::sourceDirectory() / "tests/e2e/expected/general-help.txt");
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"cli"}, {"cli", "help"}, {"cli", "--help"}, {"cli", "-h"}}) {
-        const auto result = rilo(arguments);
-        EXPECT_EQ(result.exitCode, 0);
-        EXPECT_EQ(result.standardOutput, expected);
-        EXPECT_EQ(result.standardError, "");
-    }
-    // Help opens no project store.
+    // None of them opens a project store.
     EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
 }
 
 TEST_F(CliEndToEnd, ArgumentErrorsUseTheEnvelopeOnStandardError) {
-    const auto help = rilo({"cli", "help", "nonsense"});
-    EXPECT_EQ(help.exitCode, 1);
-    EXPECT_EQ(help.standardOutput, "");
-    EXPECT_EQ(help.standardError, errorEnvelope("invalid_arguments", "参数无效：help topic"));
-
-    const auto unguarded = rilo({"cli", "cut", "abc", "--range", "0,1000", "--apply"});
-    EXPECT_EQ(unguarded.exitCode, 1);
-    EXPECT_EQ(unguarded.standardOutput, "");
-    EXPECT_EQ(unguarded.standardError,
-              errorEnvelope("invalid_arguments", "参数无效：--apply必须与--expect同时提供"));
-    // Arguments are refused before any library is opened.
-    EXPECT_TRUE(std::filesystem::is_empty(dataHome.path()));
-
-    // A negative number is a value: the line gets past the parser, and then
-    // the empty library has no project "abc".
-    const auto parsed = rilo({"cli", "idle", "abc", "--silence-db", "-42"});
-    EXPECT_EQ(parsed.exitCode, 2);
-    EXPECT_EQ(parsed.standardError, errorEnvelope("project_not_found", "找不到项目：abc"));
+    const struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        std::string standardError;
+    } rows[] = {
+        {{"help", "nonsense"}, 1, errorEnvelope("invalid_arguments", "参数无效：help topic")},
+        {{"cut", "abc", "--range", "0,1000", "--apply"},
+         1,
+         errorEnvelope("invalid_arguments", "参数无效：--apply必须与--expect同时提供")},
+        // A negative number is a value: the line gets past the parser, and then
+        // the empty library has no project "abc".
+        {{"idle", "abc", "--silence-db", "-42"}, 2, errorEnvelope("project_not_found", "找不到项目：abc")},
+    };
+    for (const auto& row : rows) {
+        const auto result = cli(row.arguments);
+        EXPECT_EQ(result.exitCode, row.exitCode);
+        EXPECT_EQ(result.standardOutput, "");
+        EXPECT_EQ(result.standardError, row.standardError);
+        // Arguments are refused before any library is opened.
+        EXPECT_EQ(std::filesystem::exists(library), row.exitCode != 1);
+    }
 }
 
 TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
-    const auto empty = rilo({"cli", "list"});
-    EXPECT_EQ(empty.exitCode, 0);
-    EXPECT_EQ(empty.standardOutput, "[]\n");
+    EXPECT_EQ(cli({"list"}).standardOutput, "[]\n");
     EXPECT_TRUE(std::filesystem::is_directory(library));
     const auto older = testing::writePackage(
         library, testing::sampleManifest(*Uuid::parse("22222222-0000-4000-8000-000000000002"),
@@ -101,10 +83,7 @@ TEST_F(CliEndToEnd, ListsOnlyFinishedProjectsNewestFirst) {
                           testing::sampleManifest(*Uuid::parse("33333333-0000-4000-8000-000000000003"),
                                                   IsoDate{1'900'000'000}, ProjectState::failed));
 
-    const auto result = rilo({"cli", "list"});
-    ASSERT_EQ(result.exitCode, 0) << result.standardError;
-    EXPECT_EQ(result.standardError, "");
-    const json::Json projects = json::parse(result.standardOutput);
+    const json::Json projects = succeed({"list"});
     ASSERT_EQ(projects.size(), 2u);
     EXPECT_EQ(projects[0]["id"], "11111111-0000-4000-8000-000000000001");
     EXPECT_EQ(projects[1], json::Json({{"durationMilliseconds", 12345},
@@ -126,10 +105,7 @@ TEST_F(CliEndToEnd, TerminationSignalCancelsAListOfALargeLibrary) {
         std::ofstream(package.manifestURL()) << json::encodeDocument(testing::sampleManifest(id, IsoDate{i}));
         std::ofstream(package.mediaURL()) << "media";
     }
-    testing::ProcessOptions options;
-    options.environment["XDG_DATA_HOME"] = dataHome.path().string();
-    options.signalOnceBlocked = SIGTERM;
-    const auto result = testing::runProcess(testing::riloExecutable(), {"cli", "list"}, options);
+    const auto result = cli({"list"}, {.signalOnceBlocked = SIGTERM});
     EXPECT_EQ(result.exitCode, 130);
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_EQ(result.standardError, errorEnvelope("cancelled", "命令已取消。"));

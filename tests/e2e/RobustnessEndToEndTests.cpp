@@ -7,9 +7,7 @@
 #include "support/FileTree.h"
 #include "support/RecordedPackage.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace rilo {
@@ -17,48 +15,18 @@ namespace {
 
 using json::Json;
 
-// Runs `rilo cli <arguments>` with one of its output streams going into a pipe
-// whose reading end is already closed, and gives the exit status (128 plus
-// the signal when a signal ended it).
-int runWithClosedReader(const std::filesystem::path& dataHome, int closedStream,
-                        const std::vector<std::string>& arguments) {
-    int pipeEnds[2];
-    if (::pipe2(pipeEnds, O_CLOEXEC) != 0) {
-        return -1;
-    }
-    ::close(pipeEnds[0]);
-    std::vector<std::string> words{testing::riloExecutable().string(), "cli"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    const std::string environment = "XDG_DATA_HOME=" + dataHome.string();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(pipeEnds[1], closedStream);
-        const int null = ::open("/dev/null", O_WRONLY);
-        ::dup2(null, closedStream == STDOUT_FILENO ? STDERR_FILENO : STDOUT_FILENO);
-        std::vector<char*> argv;
-        for (auto& word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        char* envp[] = {const_cast<char*>(environment.c_str()), nullptr};
-        ::execve(argv[0], argv.data(), envp);
-        ::_exit(127);
-    }
-    ::close(pipeEnds[1]);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 class RobustnessEndToEnd : public testing::CliLibraryTest {};
 
 TEST_F(RobustnessEndToEnd, AGoneReaderLeavesTheExitCodeAsTheResult) {
+    const auto exitWithoutReader = [&](int stream, const std::vector<std::string>& arguments) {
+        return cli(arguments, {.closedReaderStream = stream}).exitCode;
+    };
     // The failure's envelope goes to standard error, the answers to standard output.
-    EXPECT_EQ(runWithClosedReader(dataHome.path(), STDERR_FILENO, {"describe", "nonexistent"}), 2);
-    EXPECT_EQ(runWithClosedReader(dataHome.path(), STDERR_FILENO, {"cut", "x", "--range", "9,1"}), 1);
-    EXPECT_EQ(runWithClosedReader(dataHome.path(), STDOUT_FILENO, {"help"}), 0);
-    EXPECT_EQ(runWithClosedReader(dataHome.path(), STDOUT_FILENO, {"list"}), 0);
-    EXPECT_EQ(runWithClosedReader(dataHome.path(), STDOUT_FILENO, {"version"}), 0);
+    EXPECT_EQ(exitWithoutReader(STDERR_FILENO, {"describe", "nonexistent"}), 2);
+    EXPECT_EQ(exitWithoutReader(STDERR_FILENO, {"cut", "x", "--range", "9,1"}), 1);
+    EXPECT_EQ(exitWithoutReader(STDOUT_FILENO, {"help"}), 0);
+    EXPECT_EQ(exitWithoutReader(STDOUT_FILENO, {"list"}), 0);
+    EXPECT_EQ(exitWithoutReader(STDOUT_FILENO, {"version"}), 0);
 }
 
 TEST_F(RobustnessEndToEnd, APackageWithoutTimelineIsDescribedAndEditedFromTheEmptyTimeline) {

@@ -1,4 +1,5 @@
 #include "export/ExportConfiguration.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -59,13 +60,11 @@ TEST(ExportConfiguration, OriginalKeepsTheSourceOnlyOnASourceCanvas) {
     const auto original = configuration(ExportResolution::original);
     const auto odd = original.resolved(PixelSize::unnormalized(1001, 701), CanvasAspectRatio::source);
     EXPECT_EQ(odd.outputSize, PixelSize::unnormalized(1001, 701));
-    try {
-        original.resolved(PixelSize(1920, 1080), CanvasAspectRatio::portrait4x5);
-        ADD_FAILURE() << "resolved an original size on a 4:5 canvas";
-    } catch (const ExportConfigurationError& error) {
-        EXPECT_EQ(error.errorCase(), ExportConfigurationError::Case::originalResolutionRequiresSourceAspect);
-        EXPECT_EQ(error.message(), "原始分辨率只能与跟随源比例一起使用。");
-    }
+    const auto error = testing::thrown<ExportConfigurationError>(
+        [&] { original.resolved(PixelSize(1920, 1080), CanvasAspectRatio::portrait4x5); });
+    ASSERT_TRUE(error) << "resolved an original size on a 4:5 canvas";
+    EXPECT_EQ(error->errorCase(), ExportConfigurationError::Case::originalResolutionRequiresSourceAspect);
+    EXPECT_EQ(error->message(), "原始分辨率只能与跟随源比例一起使用。");
 }
 
 TEST(ExportConfiguration, BitRateInterpolatesBetweenItsPointsAndIsClamped) {

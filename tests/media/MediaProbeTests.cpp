@@ -1,6 +1,7 @@
 #include "media/MediaProbe.h"
 #include "support/MediaFixture.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -68,13 +69,10 @@ TEST(MediaProbe, WhatIsNoReadableMovieCannotBeOpened) {
     testing::TemporaryDirectory directory;
     const auto expectCannotOpen = [](const std::filesystem::path& path) {
         SCOPED_TRACE(path.string());
-        try {
-            probeMediaFile(path);
-            ADD_FAILURE() << "opened";
-        } catch (const MediaProbeError& error) {
-            EXPECT_EQ(error.errorCase(), MediaProbeError::Case::cannotOpen);
-            EXPECT_EQ(error.message(), "无法打开项目媒体：" + path.string());
-        }
+        const auto error = testing::thrown<MediaProbeError>([&] { probeMediaFile(path); });
+        ASSERT_TRUE(error) << "opened";
+        EXPECT_EQ(error->errorCase(), MediaProbeError::Case::cannotOpen);
+        EXPECT_EQ(error->message(), "无法打开项目媒体：" + path.string());
     };
 
     expectCannotOpen(directory / "missing.mov");

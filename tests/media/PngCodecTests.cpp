@@ -3,9 +3,7 @@
 #include "shared/Files.h"
 #include "support/TestPaths.h"
 
-#include <cmath>
-#include <cstdlib>
-#include <filesystem>
+#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {

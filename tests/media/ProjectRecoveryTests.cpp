@@ -26,24 +26,7 @@ protected:
     FFmpegMediaAssetInspector inspector;
 };
 
-TEST_F(ProjectRecoveryTest, ARecordedPackageLoadsWholeAndItsTracksResolve) {
-    const auto recorded = testing::makeRecordedPackage(store);
-
-    const ProjectSnapshot snapshot = store.loadSnapshot(recorded.package);
-    EXPECT_EQ(snapshot.manifest, recorded.manifest);
-    EXPECT_EQ(snapshot.mouseEvents, recorded.mouseEvents);
-    EXPECT_EQ(snapshot.geometry, recorded.geometry);
-    ASSERT_EQ(snapshot.cursorShapeSamples.size(), 1u);
-    EXPECT_EQ(snapshot.cursorShapeSamples[0].assetID, recorded.cursorAsset.id);
-    ASSERT_EQ(snapshot.cursorAssets.size(), 1u);
-    EXPECT_EQ(snapshot.cursorAssets[0].descriptor, recorded.cursorAsset);
-    EXPECT_EQ(snapshot.cursorAssets[0].pngData,
-              readFileBytes(recorded.package.rootURL / recorded.cursorAsset.relativePath));
-    ASSERT_EQ(snapshot.timeline.segments.size(), 1u);
-    EXPECT_EQ(snapshot.timeline.segments[0].sourceRange.duration, recorded.manifest.duration);
-}
-
-TEST_F(ProjectRecoveryTest, OnlyPlayableUnfinishedPackagesAreRecoveredWithTheirSamplesCounted) {
+TEST_F(ProjectRecoveryTest, OnlyPlayableUnfinishedPackagesAreRecoveredWithTheirSamplesCountedAndLoadWhole) {
     testing::RecordedPackageOptions interrupted;
     interrupted.finished = false;
     const auto playable = testing::makeRecordedPackage(store, interrupted);
@@ -82,7 +65,19 @@ TEST_F(ProjectRecoveryTest, OnlyPlayableUnfinishedPackagesAreRecoveredWithTheirS
     EXPECT_EQ(manifest.metrics.writerStatus, "recoveredFragment");
     EXPECT_EQ(manifest.cursorAssets, std::vector<CursorAssetDescriptor>{recorded.cursorAsset});
 
-    EXPECT_EQ(store.loadSnapshot(recovered).mouseEvents, recorded.mouseEvents);
+    // The recovered package loads whole, its samples and cursor pictures read back from their chunks.
+    const ProjectSnapshot snapshot = store.loadSnapshot(recovered);
+    EXPECT_EQ(snapshot.manifest, manifest);
+    EXPECT_EQ(snapshot.mouseEvents, recorded.mouseEvents);
+    EXPECT_EQ(snapshot.geometry, recorded.geometry);
+    ASSERT_EQ(snapshot.cursorShapeSamples.size(), 1u);
+    EXPECT_EQ(snapshot.cursorShapeSamples[0].assetID, recorded.cursorAsset.id);
+    ASSERT_EQ(snapshot.cursorAssets.size(), 1u);
+    EXPECT_EQ(snapshot.cursorAssets[0].descriptor, recorded.cursorAsset);
+    EXPECT_EQ(snapshot.cursorAssets[0].pngData,
+              readFileBytes(recovered.rootURL / recorded.cursorAsset.relativePath));
+    ASSERT_EQ(snapshot.timeline.segments.size(), 1u);
+    EXPECT_EQ(snapshot.timeline.segments[0].sourceRange.duration, media.duration);
 }
 
 } // namespace

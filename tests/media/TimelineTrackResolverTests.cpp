@@ -1,6 +1,7 @@
 #include "media/TimelineTrackResolver.h"
 #include "support/MediaFixture.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -30,15 +31,6 @@ protected:
         ProjectManifest manifest;
         layout_.applyTo(manifest);
         return manifest;
-    }
-
-    static TimelineTrackResolverError resolveFailure(const ProjectManifest& manifest) {
-        try {
-            TimelineTrackResolver::resolve(mediaPath(), manifest);
-        } catch (const TimelineTrackResolverError& error) {
-            return error;
-        }
-        throw std::logic_error("the manifest resolved");
     }
 
     static inline std::unique_ptr<testing::TemporaryDirectory> directory_;
@@ -97,9 +89,11 @@ TEST_F(TimelineTrackResolverTest, EveryBrokenPromiseIsRefusedWithItsCase) {
     for (const Row& row : rows) {
         ProjectManifest broken = manifest();
         row.breakPromise(broken);
-        const auto error = resolveFailure(broken);
-        EXPECT_EQ(error.errorCase(), row.errorCase) << row.message;
-        EXPECT_EQ(error.message(), row.message);
+        const auto error = testing::thrown<TimelineTrackResolverError>(
+            [&] { TimelineTrackResolver::resolve(mediaPath(), broken); });
+        ASSERT_TRUE(error) << row.message;
+        EXPECT_EQ(error->errorCase(), row.errorCase) << row.message;
+        EXPECT_EQ(error->message(), row.message);
     }
 }
 

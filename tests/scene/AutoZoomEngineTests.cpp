@@ -37,17 +37,6 @@ PointValue constrained(PointValue point) {
     return TimelineEffectEngine::constrainedFocus(point, zoomScale);
 }
 
-TEST(AutoZoomEngineTest, OnlyLeftButtonPressesMakeZooms) {
-    const std::vector<MouseEvent> noLeftPress{
-        mouseEvent(ms(1'000), {0.5, 0.5}, MouseButton::none, MousePhase::moved),
-        mouseEvent(ms(2'000), {0.5, 0.5}, MouseButton::left, MousePhase::dragged),
-        mouseEvent(ms(3'000), {0.5, 0.5}, MouseButton::left, MousePhase::up),
-        mouseEvent(ms(4'000), {0.5, 0.5}, MouseButton::right, MousePhase::down),
-        mouseEvent(ms(5'000), {0.5, 0.5}, MouseButton::other, MousePhase::down),
-    };
-    EXPECT_TRUE(segmentsFor(noLeftPress).empty());
-}
-
 // Each zoom eases in for 0.65 s before the first click of its cluster, holds
 // 1.6 s past the last one and eases out for 0.5 s; a later zoom cuts an
 // earlier one short.
@@ -64,6 +53,23 @@ TEST(AutoZoomEngineTest, ClustersOfClicksBecomeZooms) {
         ProjectTime duration;
         std::vector<Zoom> zooms;
     } rows[] = {
+        {"only left button presses count",
+         {mouseEvent(ms(1'000), centre, MouseButton::none, MousePhase::moved),
+          mouseEvent(ms(2'000), centre, MouseButton::left, MousePhase::dragged),
+          mouseEvent(ms(3'000), centre, MouseButton::left, MousePhase::up),
+          mouseEvent(ms(4'000), centre, MouseButton::right, MousePhase::down),
+          mouseEvent(ms(5'000), centre, MouseButton::other, MousePhase::down)},
+         longTake,
+         {}},
+        // Of clicks at the same time, the one given last decides the focus.
+        {"same time, the second given last",
+         {click(ms(4'000), {0.4, 0.5}), click(ms(4'000), {0.45, 0.5})},
+         longTake,
+         {{ms(3'350), ms(4'000), ms(5'600), ms(6'100), {0.45, 0.5}}}},
+        {"same time, the first given last",
+         {click(ms(4'000), {0.45, 0.5}), click(ms(4'000), {0.4, 0.5})},
+         longTake,
+         {{ms(3'350), ms(4'000), ms(5'600), ms(6'100), {0.4, 0.5}}}},
         {"start clamped to the source",
          {click(ms(200))},
          longTake,
@@ -132,15 +138,6 @@ TEST(AutoZoomEngineTest, ClustersOfClicksBecomeZooms) {
             EXPECT_EQ(segments[i].focusPoint, row.zooms[i].focusPoint);
         }
     }
-}
-
-TEST(AutoZoomEngineTest, OfClicksAtTheSameTimeTheOneGivenLastDecidesTheFocus) {
-    const auto aThenB = segmentsFor({click(ms(4'000), {0.4, 0.5}), click(ms(4'000), {0.45, 0.5})});
-    ASSERT_EQ(aThenB.size(), 1u);
-    EXPECT_EQ(aThenB[0].focusPoint, (PointValue{0.45, 0.5}));
-    const auto bThenA = segmentsFor({click(ms(4'000), {0.45, 0.5}), click(ms(4'000), {0.4, 0.5})});
-    ASSERT_EQ(bThenA.size(), 1u);
-    EXPECT_EQ(bThenA[0].focusPoint, (PointValue{0.4, 0.5}));
 }
 
 // The engine gives every zoom its own id, which the validator checks.

@@ -2,31 +2,25 @@
 #include "shared/Errors.h"
 #include "shared/Files.h"
 #include "shared/Sha256.h"
+#include "support/FileTree.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
 
+namespace rilo {
 namespace {
 
 namespace fs = std::filesystem;
 
-using TemporaryDirectory = rilo::testing::TemporaryDirectory;
-
-std::vector<std::string> entries(const TemporaryDirectory& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory.path())) {
-        names.push_back(entry.path().filename().string());
-    }
-    return names;
-}
+using testing::TemporaryDirectory;
 
 // Sets (or unsets) an environment variable for the length of a test.
 class ScopedEnvironment {
@@ -57,32 +51,27 @@ private:
     std::optional<std::string> old_;
 };
 
-void writePlainFile(const fs::path& path, const std::string& bytes) {
-    std::ofstream stream(path, std::ios::binary);
-    stream << bytes;
-}
-
 // Files
 
 TEST(FilesTest, WriteCreatesAndReplacesWithExactBytesLeavingNothingElseBehind) {
     const TemporaryDirectory directory;
     const fs::path target = directory.path() / "timeline.json";
-    rilo::writeFileAtomically(target, "a longer first version");
+    writeFileAtomically(target, "a longer first version");
     std::string bytes;
     for (int i = 0; i < (1 << 20) + 17; ++i) {
         bytes.push_back(static_cast<char>(i * 31 % 256));
     }
-    rilo::writeFileAtomically(target, bytes);
-    EXPECT_EQ(rilo::readFileBytes(target), bytes);
-    rilo::writeFileAtomically(target, "");
-    EXPECT_EQ(rilo::readFileBytes(target), "");
-    EXPECT_EQ(entries(directory), std::vector<std::string>{"timeline.json"});
+    writeFileAtomically(target, bytes);
+    EXPECT_EQ(readFileBytes(target), bytes);
+    writeFileAtomically(target, "");
+    EXPECT_EQ(readFileBytes(target), "");
+    EXPECT_EQ(testing::entryNames(directory.path()), std::vector<std::string>{"timeline.json"});
 }
 
 TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
     const TemporaryDirectory directory;
     const fs::path target = directory.path() / "manifest.json";
-    rilo::writeFileAtomically(target, "old");
+    writeFileAtomically(target, "old");
 
     // Cap the file size this process may write, so that writing the new bytes fails part way.
     rlimit previous{};
@@ -91,49 +80,41 @@ TEST(FilesTest, AFailedWriteLeavesTheOldFileIntact) {
     rlimit capped = previous;
     capped.rlim_cur = 1024;
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &capped), 0);
-    bool threw = false;
-    try {
-        rilo::writeFileAtomically(target, std::string(64 * 1024, 'n'));
-    } catch (const rilo::FileError&) {
-        threw = true;
-    }
+    const bool threw = testing::thrown<FileError>([&] {
+                           writeFileAtomically(target, std::string(64 * 1024, 'n'));
+                       }).has_value();
     ::setrlimit(RLIMIT_FSIZE, &previous);
     std::signal(SIGXFSZ, previousHandler);
 
     EXPECT_TRUE(threw);
-    EXPECT_EQ(rilo::readFileBytes(target), "old");
-    EXPECT_EQ(entries(directory), std::vector<std::string>{"manifest.json"});
+    EXPECT_EQ(readFileBytes(target), "old");
+    EXPECT_EQ(testing::entryNames(directory.path()), std::vector<std::string>{"manifest.json"});
 }
 
 TEST(FilesTest, ReadingWhatIsNotAReadableFileFails) {
     const TemporaryDirectory directory;
     const fs::path missing = directory.path() / "missing.json";
-    try {
-        rilo::readFileBytes(missing);
-        ADD_FAILURE() << "a missing file was read";
-    } catch (const rilo::FileError& error) {
-        EXPECT_NE(error.message().find(missing.string()), std::string::npos) << error.message();
-    }
-    EXPECT_THROW(rilo::readFileBytes(directory.path()), rilo::FileError);
+    const auto message = testing::thrownMessage<FileError>([&] { readFileBytes(missing); });
+    EXPECT_NE(message.value_or("").find(missing.string()), std::string::npos) << message.value_or("none");
+    EXPECT_THROW(readFileBytes(directory.path()), FileError);
 }
 
 // Digests
 
 TEST(Sha256Test, MatchesTheStandardVectorsForTextAndFiles) {
-    EXPECT_EQ(rilo::sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(rilo::sha256Hex("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+    EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(sha256Hex("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
               "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
 
     const TemporaryDirectory directory;
     const fs::path file = directory.path() / "timeline.json";
-    writePlainFile(file, "abc");
-    EXPECT_EQ(rilo::sha256HexOfFile(file),
-              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    writeFileAtomically(file, "abc");
+    EXPECT_EQ(sha256HexOfFile(file), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     const std::string bytes("a\0b\n", 4);
-    writePlainFile(file, bytes);
-    EXPECT_EQ(rilo::sha256HexOfFile(file), rilo::sha256Hex(bytes));
-    EXPECT_THROW(rilo::sha256HexOfFile(directory.path() / "missing"), rilo::FileError);
-    EXPECT_THROW(rilo::sha256HexOfFile(directory.path()), rilo::FileError);
+    writeFileAtomically(file, bytes);
+    EXPECT_EQ(sha256HexOfFile(file), sha256Hex(bytes));
+    EXPECT_THROW(sha256HexOfFile(directory.path() / "missing"), FileError);
+    EXPECT_THROW(sha256HexOfFile(directory.path()), FileError);
 }
 
 // Application directories
@@ -142,13 +123,14 @@ TEST(AppDirectoriesTest, AnAbsoluteDataHomeIsUsedAndAnyOtherFallsBackToHome) {
     const ScopedEnvironment home("HOME", "/home/tester");
     {
         const ScopedEnvironment data("XDG_DATA_HOME", "/srv/data");
-        EXPECT_EQ(rilo::defaultProjectsDirectory(), fs::path("/srv/data/Rilo/Projects"));
-        EXPECT_EQ(rilo::defaultExportsDirectory(), fs::path("/srv/data/Rilo/Exports"));
+        EXPECT_EQ(defaultProjectsDirectory(), fs::path("/srv/data/Rilo/Projects"));
+        EXPECT_EQ(defaultExportsDirectory(), fs::path("/srv/data/Rilo/Exports"));
     }
     for (const char* dataHome : {"relative/data", "", static_cast<const char*>(nullptr)}) {
         const ScopedEnvironment data("XDG_DATA_HOME", dataHome);
-        EXPECT_EQ(rilo::applicationDataDirectory(), fs::path("/home/tester/.local/share"));
+        EXPECT_EQ(applicationDataDirectory(), fs::path("/home/tester/.local/share"));
     }
 }
 
 } // namespace
+} // namespace rilo

@@ -3,13 +3,8 @@
 
 #include <gtest/gtest.h>
 
+namespace rilo {
 namespace {
-
-using rilo::PixelSize;
-using rilo::PointValue;
-using rilo::RectValue;
-using rilo::SizeValue;
-namespace json = rilo::json;
 
 void expectSize(const PixelSize& size, std::int64_t width, std::int64_t height) {
     EXPECT_EQ(size.width, width);
@@ -58,3 +53,4 @@ TEST(GeometryJsonTest, ValuesRoundTripAsStoredAndRequireEveryKey) {
 }
 
 } // namespace
+} // namespace rilo

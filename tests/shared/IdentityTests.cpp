@@ -6,11 +6,8 @@
 #include <set>
 #include <string>
 
+namespace rilo {
 namespace {
-
-using rilo::IsoDate;
-using rilo::Uuid;
-namespace json = rilo::json;
 
 constexpr const char* sampleUuid = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
 
@@ -75,3 +72,4 @@ TEST(IsoDateTest, FormatsAndParsesUtcAtSecondPrecisionOnlyAndNowIsInThisEra) {
 }
 
 } // namespace
+} // namespace rilo

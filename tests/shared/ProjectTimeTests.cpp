@@ -1,20 +1,17 @@
 #include "shared/ProjectTime.h"
 #include "shared/ValueCodecs.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
-#include <vector>
 
+namespace rilo {
 namespace {
 
-using rilo::ProjectTime;
-using rilo::ProjectTimeRange;
-using rilo::TimelinePlaybackRate;
-namespace grid = rilo::TimelineFrameGrid;
-namespace json = rilo::json;
+namespace grid = TimelineFrameGrid;
 
 constexpr const char* invalidRateText = "播放倍率必须是0.50至4.00之间、步进0.01的有限数值。";
 
@@ -26,13 +23,9 @@ ProjectTimeRange range(std::int64_t start, std::int64_t duration) {
     return {ns(start), ns(duration)};
 }
 
-std::string decodingMessage(const std::string& bytes) {
-    try {
-        json::decodeDocument<TimelinePlaybackRate>(bytes);
-    } catch (const json::DecodingError& error) {
-        return error.message();
-    }
-    return "(decoded)";
+std::optional<std::string> decodingMessage(const std::string& bytes) {
+    return testing::thrownMessage<json::DecodingError>(
+        [&] { json::decodeDocument<TimelinePlaybackRate>(bytes); });
 }
 
 // ProjectTime
@@ -104,12 +97,10 @@ TEST(TimelinePlaybackRateTest, TakesWholeThousandthsOfFiniteMultipliersInTheVali
     for (const char* refused : {"0.49", "4.01", "1.005", "1.0005", "0"}) {
         EXPECT_EQ(decodingMessage(refused), invalidRateText) << refused;
     }
-    try {
-        json::decode<TimelinePlaybackRate>(json::Json(std::numeric_limits<double>::quiet_NaN()));
-        ADD_FAILURE() << "a NaN rate decoded";
-    } catch (const json::DecodingError& error) {
-        EXPECT_EQ(error.message(), invalidRateText);
-    }
+    EXPECT_EQ(testing::thrownMessage<json::DecodingError>([] {
+                  json::decode<TimelinePlaybackRate>(json::Json(std::numeric_limits<double>::quiet_NaN()));
+              }),
+              invalidRateText);
     // The rate is a bare number, never an object or a string.
     EXPECT_THROW(json::decodeDocument<TimelinePlaybackRate>(R"({"permille":1000})"), json::DecodingError);
     EXPECT_THROW(json::decodeDocument<TimelinePlaybackRate>(R"("1.5")"), json::DecodingError);
@@ -149,3 +140,4 @@ TEST(TimelineFrameGridTest, BoundariesAreTruncatedSixtiethsAndTimesRoundToThem) 
 }
 
 } // namespace
+} // namespace rilo

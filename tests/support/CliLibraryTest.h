@@ -1,7 +1,7 @@
 #pragma once
 
-// A test that runs the real executable's command line against a project
-// library in a temporary data directory.
+// Tests that run the real executable's command line against a project library
+// in a temporary data directory.
 
 #include "project/store/ProjectStore.h"
 #include "shared/Json.h"
@@ -15,18 +15,22 @@
 
 namespace rilo::testing {
 
-class CliLibraryTest : public ::testing::Test {
+// The data directory alone: nothing is created in it before the executable runs.
+class CliTest : public ::testing::Test {
 protected:
     TemporaryDirectory dataHome;
     std::filesystem::path library = dataHome / "Rilo/Projects";
-    ProjectStore store{library, buildCatalog};
 
-    // Runs `rilo cli <arguments>` with the temporary data directory.
-    ProcessResult cli(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), "cli");
-        ProcessOptions options;
+    // Runs `rilo <arguments>` with the temporary data directory.
+    ProcessResult rilo(const std::vector<std::string>& arguments, ProcessOptions options = {}) const {
         options.environment["XDG_DATA_HOME"] = dataHome.path().string();
         return runProcess(riloExecutable(), arguments, options);
+    }
+
+    // Runs `rilo cli <arguments>` with the temporary data directory.
+    ProcessResult cli(std::vector<std::string> arguments, ProcessOptions options = {}) const {
+        arguments.insert(arguments.begin(), "cli");
+        return rilo(arguments, std::move(options));
     }
 
     // Runs a command that must succeed and gives its response.
@@ -34,7 +38,7 @@ protected:
         const ProcessResult result = cli(arguments);
         EXPECT_EQ(result.exitCode, 0) << result.standardError;
         EXPECT_EQ(result.standardError, "");
-        EXPECT_TRUE(result.standardOutput.ends_with("}\n"));
+        EXPECT_TRUE(result.standardOutput.ends_with("}\n") || result.standardOutput.ends_with("]\n"));
         return json::parse(result.standardOutput);
     }
 
@@ -48,6 +52,12 @@ protected:
         EXPECT_EQ(envelope["error"], code);
         return envelope["message"].get<std::string>();
     }
+};
+
+// With the library opened through the project store beforehand.
+class CliLibraryTest : public CliTest {
+protected:
+    ProjectStore store{library, buildCatalog};
 };
 
 } // namespace rilo::testing

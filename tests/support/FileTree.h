@@ -2,10 +2,12 @@
 
 #include "shared/Files.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace rilo::testing {
 
@@ -19,6 +21,16 @@ fileTreeState(const std::filesystem::path& root) {
                                std::filesystem::last_write_time(entry.path())};
     }
     return state;
+}
+
+// The names in a directory, hidden ones included, sorted.
+inline std::vector<std::string> entryNames(const std::filesystem::path& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 } // namespace rilo::testing

@@ -200,6 +200,19 @@ protected:
         }
     }
 
+    // Adds the track and its encoder, one thread, headers where the container wants them.
+    void add(AVFormatContext& output, const AVCodec* encoder, const std::string& what) {
+        stream = avformat_new_stream(&output, nullptr);
+        codec.reset(avcodec_alloc_context3(encoder));
+        if (stream == nullptr || !codec) {
+            fail("cannot add " + what);
+        }
+        codec->thread_count = 1;
+        if ((output.oformat->flags & AVFMT_GLOBALHEADER) != 0) {
+            codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        }
+    }
+
     void open(const AVCodec* encoder, AVDictionary** options) {
         check(avcodec_open2(codec.get(), encoder, options), "cannot open the encoder");
         check(avcodec_parameters_from_context(stream->codecpar, codec.get()), "cannot describe a track");
@@ -224,11 +237,7 @@ public:
         frameCount_ =
             std::max<std::int64_t>(1, duration.nanoseconds * options.framesPerSecond / 1'000'000'000);
         const AVCodec* encoder = videoEncoder();
-        stream = avformat_new_stream(&output, nullptr);
-        codec.reset(avcodec_alloc_context3(encoder));
-        if (stream == nullptr || !codec) {
-            fail("cannot add a video track");
-        }
+        add(output, encoder, "a video track");
         const auto fps = static_cast<int>(options.framesPerSecond);
         codec->width = static_cast<int>(options.pixelSize.width);
         codec->height = static_cast<int>(options.pixelSize.height);
@@ -239,10 +248,6 @@ public:
         codec->gop_size = fps;
         codec->keyint_min = codec->gop_size;
         codec->max_b_frames = 0;
-        codec->thread_count = 1;
-        if ((output.oformat->flags & AVFMT_GLOBALHEADER) != 0) {
-            codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        }
         FFmpegOptions settings;
         if (encoder->id == AV_CODEC_ID_H264) {
             settings.set("preset", "ultrafast");
@@ -299,21 +304,13 @@ public:
         if (encoder == nullptr) {
             fail("no AAC encoder");
         }
-        stream = avformat_new_stream(&output, nullptr);
-        codec.reset(avcodec_alloc_context3(encoder));
-        if (stream == nullptr || !codec) {
-            fail("cannot add an audio track");
-        }
+        add(output, encoder, "an audio track");
         codec->sample_fmt = AV_SAMPLE_FMT_FLTP;
         codec->sample_rate = audioSampleRate;
         const AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
         check(av_channel_layout_copy(&codec->ch_layout, &stereo), "cannot set the channel layout");
         codec->bit_rate = 96'000;
         codec->time_base = AVRational{1, audioSampleRate};
-        codec->thread_count = 1;
-        if ((output.oformat->flags & AVFMT_GLOBALHEADER) != 0) {
-            codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        }
         FFmpegOptions settings;
         // The fast coder without the optional coding tools keeps a few seconds of
         // audio to a few tens of milliseconds; tests need the signal, not the

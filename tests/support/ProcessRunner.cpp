@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 extern char** environ;
 
@@ -48,6 +49,13 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
     if (::pipe(out) != 0 || ::pipe(err) != 0) {
         throw std::runtime_error("pipe failed");
     }
+    // A read end closed here, before the child starts, is -1 from now on.
+    if (options.closedReaderStream == STDOUT_FILENO || options.closedReaderStream == STDERR_FILENO) {
+        int& readEnd = options.closedReaderStream == STDOUT_FILENO ? out[0] : err[0];
+        ::close(std::exchange(readEnd, -1));
+    }
+    bool outOpen = out[0] >= 0;
+    bool errOpen = err[0] >= 0;
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::runtime_error("fork failed");
@@ -55,10 +63,11 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
     if (child == 0) {
         ::dup2(out[1], STDOUT_FILENO);
         ::dup2(err[1], STDERR_FILENO);
-        ::close(out[0]);
-        ::close(err[0]);
-        ::close(out[1]);
-        ::close(err[1]);
+        for (const int fd : {out[0], err[0], out[1], err[1]}) {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+        }
         for (const auto& [name, value] : options.environment) {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
@@ -76,8 +85,6 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
     ::close(err[1]);
 
     ProcessResult result;
-    bool outOpen = true;
-    bool errOpen = true;
     bool signalled = options.signalOnceBlocked <= 0;
     while (outOpen || errOpen) {
         const short outEvents = outOpen ? POLLIN : 0;
@@ -95,8 +102,11 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
             signalled = true;
         }
     }
-    ::close(out[0]);
-    ::close(err[0]);
+    for (const int readEnd : {out[0], err[0]}) {
+        if (readEnd >= 0) {
+            ::close(readEnd);
+        }
+    }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }

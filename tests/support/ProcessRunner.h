@@ -15,10 +15,13 @@ struct ProcessResult {
 
 struct ProcessOptions {
     // Variables set (or replaced) in the child's environment.
-    std::map<std::string, std::string> environment;
+    std::map<std::string, std::string> environment{};
     // When positive, the signal sent to the child as soon as the child has
     // blocked it (so that it is sure to be handled, not to kill).
     int signalOnceBlocked = 0;
+    // STDOUT_FILENO or STDERR_FILENO: that stream goes into a pipe whose
+    // reader has gone away before the child starts.
+    int closedReaderStream = -1;
 };
 
 // Runs a program to completion, capturing both output streams.

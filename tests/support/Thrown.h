@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 namespace rilo::testing {
 
@@ -14,6 +15,20 @@ std::optional<Error> thrown(Body body) {
         return error;
     }
     return std::nullopt;
+}
+
+// The case of the Error that the body throws, or none when it returns.
+template <typename Error, typename Body>
+std::optional<typename Error::Case> thrownCase(Body body) {
+    const std::optional<Error> error = thrown<Error>(body);
+    return error ? std::optional(error->errorCase()) : std::nullopt;
+}
+
+// The message of the Error that the body throws, or none when it returns.
+template <typename Error, typename Body>
+std::optional<std::string> thrownMessage(Body body) {
+    const std::optional<Error> error = thrown<Error>(body);
+    return error ? std::optional(error->message()) : std::nullopt;
 }
 
 } // namespace rilo::testing

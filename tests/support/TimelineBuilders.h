@@ -5,6 +5,7 @@
 #include "project/document/EditTimeline.h"
 #include "shared/ProjectTime.h"
 
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -25,10 +26,19 @@ inline ProjectTimeRange between(ProjectTime start, ProjectTime end) {
 inline TimelineSegment segment(ProjectTime start, ProjectTime end, std::int64_t permille = 1000) {
     return {Uuid::random(), between(start, end), {permille}};
 }
-inline EditTimeline timelineOf(std::vector<TimelineSegment> segments) {
+inline EditTimeline timelineOf(std::vector<TimelineSegment> segments, std::vector<ZoomSegment> zooms = {}) {
     EditTimeline timeline;
     timeline.segments = std::move(segments);
+    timeline.zooms = std::move(zooms);
     return timeline;
+}
+// How many distinct ids the segments have.
+inline std::size_t distinctSegmentIDs(const EditTimeline& timeline) {
+    std::set<Uuid> ids;
+    for (const TimelineSegment& segment : timeline.segments) {
+        ids.insert(segment.id);
+    }
+    return ids.size();
 }
 
 } // namespace rilo::testing

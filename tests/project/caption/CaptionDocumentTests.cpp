@@ -1,8 +1,8 @@
 #include "project/caption/CaptionCodecs.h"
 #include "project/caption/CaptionDocument.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -48,17 +48,15 @@ CaptionDocument sampleDocument() {
     return document;
 }
 
+std::optional<CaptionValidationError::Case> validationFailure(const CaptionDocument& document) {
+    return testing::thrownCase<CaptionValidationError>([&] { (void)document.validated(sourceDuration); });
+}
+
 template <class Mutate>
-CaptionValidationError::Case failureOf(Mutate mutate) {
+std::optional<CaptionValidationError::Case> failureOf(Mutate mutate) {
     CaptionDocument document = sampleDocument();
     mutate(document);
-    try {
-        (void)document.validated(sourceDuration);
-    } catch (const CaptionValidationError& error) {
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "validation passed";
-    return CaptionValidationError::Case::staleAudio;
+    return validationFailure(document);
 }
 
 std::string repeated(std::string_view unit, std::size_t count) {
@@ -124,12 +122,7 @@ TEST(CaptionDocument, DocumentLevelFailuresComeFirstThenCueOrderTimesAndIdentity
     EXPECT_EQ(failureOf(crowded(maximumCaptionCueCount + 1)), Case::tooManyCues);
 
     auto rejects = [](std::vector<CaptionCue> cues) {
-        try {
-            (void)documentWith(std::move(cues)).validated(sourceDuration);
-        } catch (const CaptionValidationError& error) {
-            return error.errorCase() == Case::invalidCue;
-        }
-        return false;
+        return validationFailure(documentWith(std::move(cues))) == Case::invalidCue;
     };
     // Touching cues pass, also a cue ending exactly at the end of the source.
     EXPECT_NO_THROW(
@@ -150,13 +143,9 @@ TEST(CaptionDocument, DocumentLevelFailuresComeFirstThenCueOrderTimesAndIdentity
 
 TEST(CaptionDocument, CueLengthCountsUserPerceivedCharactersAndTextsAreStoredTrimmed) {
     auto passes = [](const std::string& text) {
-        try {
-            (void)documentWith({cue(1, 0, 1000, text)}).validated(sourceDuration);
-            return true;
-        } catch (const CaptionValidationError& error) {
-            EXPECT_EQ(error.errorCase(), CaptionValidationError::Case::invalidCue);
-            return false;
-        }
+        const auto failure = validationFailure(documentWith({cue(1, 0, 1000, text)}));
+        EXPECT_TRUE(!failure || failure == CaptionValidationError::Case::invalidCue);
+        return !failure;
     };
     const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467"; // one composed emoji
     const std::string accented = "e\u0301";                                  // e with a combining accent

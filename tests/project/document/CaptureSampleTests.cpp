@@ -33,13 +33,9 @@ GeometrySample sampleGeometry() {
     return sample;
 }
 
-std::string chunkBytes(const json::Json& value) {
-    return json::write(value, json::JsonStyle::chunk);
-}
-
 template <class T>
 T decodedFromChunk(const json::Json& value) {
-    return json::decodeDocument<T>(chunkBytes(value));
+    return json::decodeDocument<T>(json::write(value, json::JsonStyle::chunk));
 }
 
 std::set<std::string> keysOf(const json::Json& object) {

@@ -2,29 +2,23 @@
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
+#include "support/Thrown.h"
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <string>
 #include <vector>
 
+namespace rilo {
 namespace {
 
-using rilo::DeviceFrameCatalog;
-using rilo::DeviceFrameCatalogError;
-using rilo::DeviceFrameDescriptor;
-using rilo::DeviceFrameVariant;
-using rilo::PixelSize;
-using rilo::RectValue;
 using Case = DeviceFrameCatalogError::Case;
 namespace fs = std::filesystem;
 
 std::string sourceCatalogBytes() {
-    return rilo::readFileBytes(rilo::testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
+    return readFileBytes(testing::sourceDirectory() / "resources/DeviceFrames/catalog.json");
 }
 
 DeviceFrameCatalog shippedCatalog() {
@@ -50,14 +44,8 @@ DeviceFrameDescriptor device(std::string id, std::int64_t priority, std::int64_t
             {DeviceFrameVariant{id + "-black", "黑色", id + "-black.png", true}}};
 }
 
-Case caseOfLoading(const fs::path& directory) {
-    try {
-        DeviceFrameCatalog::load(directory);
-    } catch (const DeviceFrameCatalogError& error) {
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "the catalog loaded";
-    return Case::invalidCatalog;
+std::optional<Case> caseOfLoading(const fs::path& directory) {
+    return testing::thrownCase<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(directory); });
 }
 
 TEST(DeviceFrameCatalogTests, CompatibilityEndsHalfAThousandthAwayFromTheNearestNeighbour) {
@@ -98,7 +86,7 @@ TEST(DeviceFrameCatalogTests, TheBuiltCatalogGivesCommonSizesTheirDefaultAssetAn
     const auto catalog = shippedCatalog();
     // The resource directory of this build, where the pictures are drawn,
     // holds the shipped catalog with every picture.
-    const fs::path buildResources = rilo::testing::buildDirectory();
+    const fs::path buildResources = testing::buildDirectory();
     ASSERT_FALSE(buildResources.empty()) << "RILO_BUILD_DIR is not set";
     EXPECT_EQ(DeviceFrameCatalog::load(buildResources), catalog);
     // Encoded sizes are even, so 1179 arrives as 1178: the neighbouring ratios
@@ -136,12 +124,8 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
         SCOPED_TRACE(name);
         auto catalog = valid;
         fault(catalog);
-        try {
-            catalog.validate();
-            ADD_FAILURE() << "validated";
-        } catch (const DeviceFrameCatalogError& error) {
-            EXPECT_EQ(error.errorCase(), Case::invalidCatalog);
-        }
+        EXPECT_EQ(testing::thrownCase<DeviceFrameCatalogError>([&] { catalog.validate(); }),
+                  Case::invalidCatalog);
     }
 
     // The edges themselves are allowed: a screen filling the picture, square corners.
@@ -153,11 +137,11 @@ TEST(DeviceFrameCatalogTests, ValidationRefusesMalformedCatalogs) {
 
 class DeviceFrameCatalogLoadingTests : public ::testing::Test {
 protected:
-    rilo::testing::TemporaryDirectory resources;
+    testing::TemporaryDirectory resources;
 
     void writeCatalog(const fs::path& relativePath, const std::string& bytes) {
         fs::create_directories((resources.path() / relativePath).parent_path());
-        rilo::writeFileAtomically(resources.path() / relativePath, bytes);
+        writeFileAtomically(resources.path() / relativePath, bytes);
     }
 
     // Empty stand-ins: loading only needs each picture to exist.
@@ -186,7 +170,7 @@ TEST_F(DeviceFrameCatalogLoadingTests, MissingUndecodableOrInvalidCatalogsAreRep
     }
 
     // A device without its corner radius.
-    auto document = rilo::json::parse(sourceCatalogBytes());
+    auto document = json::parse(sourceCatalogBytes());
     document["devices"][4].erase("screenCornerRadius");
     writeCatalog("DeviceFrames/catalog.json", document.dump());
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
@@ -194,7 +178,7 @@ TEST_F(DeviceFrameCatalogLoadingTests, MissingUndecodableOrInvalidCatalogsAreRep
     auto catalog = shippedCatalog();
     catalog.devices[2].screenRect.height = 1.5;
     writePictures(catalog, "DeviceFrames");
-    writeCatalog("DeviceFrames/catalog.json", rilo::json::encodeDocument(catalog));
+    writeCatalog("DeviceFrames/catalog.json", json::encodeDocument(catalog));
     EXPECT_EQ(caseOfLoading(resources.path()), Case::invalidCatalog);
 }
 
@@ -206,14 +190,12 @@ TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtT
 
     const auto& variant = catalog.devices[10].variants.back();
     fs::remove(resources.path() / "DeviceFrames" / variant.file);
-    try {
-        DeviceFrameCatalog::load(resources.path());
-        FAIL() << "loaded";
-    } catch (const DeviceFrameCatalogError& error) {
-        EXPECT_EQ(error.errorCase(), Case::missingAsset);
-        EXPECT_EQ(error.assetName(), variant.file);
-        EXPECT_EQ(error.message(), "设备边框资源不存在：" + variant.file);
-    }
+    const auto error =
+        testing::thrown<DeviceFrameCatalogError>([&] { DeviceFrameCatalog::load(resources.path()); });
+    ASSERT_TRUE(error) << "loaded";
+    EXPECT_EQ(error->errorCase(), Case::missingAsset);
+    EXPECT_EQ(error->assetName(), variant.file);
+    EXPECT_EQ(error->message(), "设备边框资源不存在：" + variant.file);
     EXPECT_FALSE(DeviceFrameCatalog::resourceURL(variant, resources.path()).has_value());
     // Without a resource directory the pictures are not looked for.
     EXPECT_NO_THROW(catalog.validate());
@@ -226,3 +208,4 @@ TEST_F(DeviceFrameCatalogLoadingTests, PicturesAreLookedForInDeviceFramesThenAtT
 }
 
 } // namespace
+} // namespace rilo

@@ -1,4 +1,5 @@
 #include "project/document/TimelineCodecs.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -90,21 +91,15 @@ TEST(EditTimelineCoding, MissingKeysTakeDefaultsOldWordsAreReadAndOffStepRatesFa
         decodeTimeline(R"({"cursor": {"clickEffectStyle": "soft-glow"}})").cursor.clickEffectStyle;
     EXPECT_EQ(cursor.clickEffectStyle, ClickEffectStyle::solidPulse);
     EXPECT_EQ(json::encode(cursor)["clickEffectStyle"], "solid-pulse");
-    try {
-        decodeTimeline(R"({"cursor": {"clickEffectStyle": "sparkle"}})");
-        FAIL() << "an unknown click effect style decoded";
-    } catch (const DecodingError& error) {
-        EXPECT_STREQ(error.what(), "Unsupported click effect style: sparkle");
-    }
-
-    try {
-        decodeTimeline(R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566",
+    EXPECT_EQ(testing::thrownMessage<DecodingError>(
+                  [] { decodeTimeline(R"({"cursor": {"clickEffectStyle": "sparkle"}})"); }),
+              "Unsupported click effect style: sparkle");
+    EXPECT_EQ(testing::thrownMessage<DecodingError>([] {
+                  decodeTimeline(R"({"segments": [{"id": "0B7F2C1E-8D3A-4C5B-9E6F-112233445566",
             "sourceRange": {"start": {"nanoseconds": 0}, "duration": {"nanoseconds": 5}},
             "playbackRate": 1.005}]})");
-        FAIL() << "an off-step rate decoded";
-    } catch (const DecodingError& error) {
-        EXPECT_EQ(error.message(), json::invalidPlaybackRateMessage);
-    }
+              }),
+              json::invalidPlaybackRateMessage);
 }
 
 TEST(EditTimelineCoding, LegacyWebcamShapeDecidesRadiusWhenAspectRatioIsMissing) {

@@ -9,10 +9,6 @@ namespace {
 
 const Uuid projectID = *Uuid::parse("0f3c2a4e-1b2d-4c5e-8f70-123456789abc");
 
-json::Json encoded(const ProjectManifest& manifest) {
-    return json::encode(manifest);
-}
-
 ProjectManifest decodedFrom(const json::Json& document) {
     return json::decodeDocument<ProjectManifest>(json::write(document, json::JsonStyle::document));
 }
@@ -39,7 +35,8 @@ TEST(ProjectManifest, RoundTripsByteForByteAndNewManifestsHaveTheirShape) {
 }
 
 TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesAndKnownWordsMayNot) {
-    json::Json document = encoded(testing::sampleManifest(projectID, IsoDate{0}));
+    const json::Json sample = json::encode(testing::sampleManifest(projectID, IsoDate{0}));
+    json::Json document = sample;
     document.erase("cursorAssets");
     document.erase("microphone");
     document.erase("webcam");
@@ -48,18 +45,18 @@ TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesAndKnownWordsMay
     EXPECT_FALSE(decoded.webcam.has_value());
 
     for (const char* key : {"metrics", "version", "id", "state", "source", "media", "duration"}) {
-        json::Json broken = encoded(testing::sampleManifest(projectID, IsoDate{0}));
+        json::Json broken = sample;
         broken.erase(key);
         EXPECT_THROW(decodedFrom(broken), json::DecodingError) << key;
     }
-    json::Json brokenMetrics = encoded(testing::sampleManifest(projectID, IsoDate{0}));
+    json::Json brokenMetrics = sample;
     brokenMetrics["metrics"].erase("mouseEvents");
     EXPECT_THROW(decodedFrom(brokenMetrics), json::DecodingError);
 
-    json::Json unknownKind = encoded(testing::sampleManifest(projectID, IsoDate{0}));
+    json::Json unknownKind = sample;
     unknownKind["source"]["kind"] = "Display"; // raw strings only, case matters
     EXPECT_THROW(decodedFrom(unknownKind), json::DecodingError);
-    json::Json unknownTrack = encoded(testing::sampleManifest(projectID, IsoDate{0}));
+    json::Json unknownTrack = sample;
     unknownTrack["media"]["tracks"][0]["kind"] = "webcam";
     EXPECT_THROW(decodedFrom(unknownTrack), json::DecodingError);
 

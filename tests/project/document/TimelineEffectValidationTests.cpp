@@ -1,10 +1,10 @@
 #include "project/engine/TimelineEffectEngine.h"
+#include "support/Thrown.h"
 
 #include <cmath>
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,20 +16,10 @@ using Case = TimelineEffectError::Case;
 constexpr ProjectTime tenSeconds = ProjectTime::fromSeconds(10);
 constexpr std::int64_t oneSecond = 1'000'000'000;
 
-std::optional<TimelineEffectError> effectError(const EditTimeline& timeline,
-                                               ProjectTime sourceDuration = tenSeconds) {
-    try {
-        TimelineEffectEngine::validate(timeline, sourceDuration);
-    } catch (const TimelineEffectError& error) {
-        return error;
-    }
-    return std::nullopt;
-}
-
 void expectFailure(const EditTimeline& timeline, Case expected) {
-    const auto error = effectError(timeline);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), expected);
+    EXPECT_EQ(testing::thrownCase<TimelineEffectError>(
+                  [&] { TimelineEffectEngine::validate(timeline, tenSeconds); }),
+              expected);
 }
 
 ZoomSegment zoom(std::int64_t start, std::int64_t end, double scale = 2, PointValue focus = {0.3, 0.6}) {
@@ -43,9 +33,15 @@ ZoomSegment zoom(std::int64_t start, std::int64_t end, double scale = 2, PointVa
             scale};
 }
 
-EditTimeline timelineWithZooms(std::vector<ZoomSegment> zooms) {
+// A timeline with a webcam and these effects.
+EditTimeline timelineWith(std::vector<ZoomSegment> zooms,
+                          std::vector<WebcamFullscreenSegment> fullscreen = {},
+                          std::vector<WebcamOverlayKeyframe> keyframes = {}) {
     EditTimeline timeline;
+    timeline.webcamOverlay = WebcamOverlay::defaultValue();
     timeline.zooms = std::move(zooms);
+    timeline.webcamFullscreenSegments = std::move(fullscreen);
+    timeline.webcamKeyframes = std::move(keyframes);
     return timeline;
 }
 
@@ -53,22 +49,8 @@ WebcamFullscreenSegment fullscreen(std::int64_t start, std::int64_t end) {
     return {Uuid::random(), ProjectTime{start}, ProjectTime{end}};
 }
 
-EditTimeline timelineWithFullscreen(std::vector<WebcamFullscreenSegment> segments) {
-    EditTimeline timeline;
-    timeline.webcamOverlay = WebcamOverlay::defaultValue();
-    timeline.webcamFullscreenSegments = std::move(segments);
-    return timeline;
-}
-
 WebcamOverlayKeyframe keyframe(std::int64_t time, PointValue center = {0.5, 0.5}, double diameter = 0.2) {
     return {Uuid::random(), ProjectTime{time}, center, diameter};
-}
-
-EditTimeline timelineWithKeyframes(std::vector<WebcamOverlayKeyframe> keyframes) {
-    EditTimeline timeline;
-    timeline.webcamOverlay = WebcamOverlay::defaultValue();
-    timeline.webcamKeyframes = std::move(keyframes);
-    return timeline;
 }
 
 TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlapAndTheirFocusKeepsTheWindowInside) {
@@ -81,26 +63,25 @@ TEST(TimelineEffectZooms, ZoomsMayTouchButNotOverlapAndTheirFocusKeepsTheWindowI
     }
 
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithZooms({zoom(2 * oneSecond, 3 * oneSecond), zoom(oneSecond, 2 * oneSecond)}), tenSeconds));
-    expectFailure(timelineWithZooms({zoom(oneSecond, 2 * oneSecond), zoom(2 * oneSecond - 1, 3 * oneSecond)}),
+        timelineWith({zoom(2 * oneSecond, 3 * oneSecond), zoom(oneSecond, 2 * oneSecond)}), tenSeconds));
+    expectFailure(timelineWith({zoom(oneSecond, 2 * oneSecond), zoom(2 * oneSecond - 1, 3 * oneSecond)}),
                   Case::zoomOverlap);
 
     // All writers go through constrainedFocus; anything else is refused.
     ZoomSegment atEdge = zoom(0, oneSecond, 2, {0, 0});
-    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWithZooms({atEdge}), tenSeconds));
+    EXPECT_NO_THROW(TimelineEffectEngine::validate(timelineWith({atEdge}), tenSeconds));
     atEdge.focusPoint.x = std::nextafter(0.25, 0.0);
-    expectFailure(timelineWithZooms({atEdge}), Case::zoomRangeInvalid);
+    expectFailure(timelineWith({atEdge}), Case::zoomRangeInvalid);
 
     ZoomSegment unzoomed = zoom(0, oneSecond, 1, {0.5, 0.5});
     unzoomed.focusPoint.y = std::nextafter(0.5, 1.0);
-    expectFailure(timelineWithZooms({unzoomed}), Case::zoomRangeInvalid);
+    expectFailure(timelineWith({unzoomed}), Case::zoomRangeInvalid);
 }
 
 TEST(TimelineEffectZooms, EachZoomLiesInsideTheSourceInItsOwnOrder) {
     const std::int64_t frame = TimelineFrameGrid::minimumDuration.nanoseconds;
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithZooms({zoom(0, frame, 1, {0.5, 0.5}), zoom(9 * oneSecond, 10 * oneSecond, 3)}),
-        tenSeconds));
+        timelineWith({zoom(0, frame, 1, {0.5, 0.5}), zoom(9 * oneSecond, 10 * oneSecond, 3)}), tenSeconds));
 
     const struct {
         std::string name;
@@ -119,44 +100,44 @@ TEST(TimelineEffectZooms, EachZoomLiesInsideTheSourceInItsOwnOrder) {
         SCOPED_TRACE(example.name);
         ZoomSegment spoiled = zoom(oneSecond, 2 * oneSecond);
         example.spoil(spoiled);
-        expectFailure(timelineWithZooms({spoiled}), Case::zoomRangeInvalid);
+        expectFailure(timelineWith({spoiled}), Case::zoomRangeInvalid);
     }
 
     ZoomSegment duplicate = zoom(5 * oneSecond, 6 * oneSecond);
     const ZoomSegment original = zoom(oneSecond, 2 * oneSecond);
     duplicate.id = original.id;
-    expectFailure(timelineWithZooms({original, duplicate}), Case::zoomRangeInvalid);
+    expectFailure(timelineWith({original, duplicate}), Case::zoomRangeInvalid);
 }
 
 TEST(TimelineEffectFullscreen, TwoFramesAtLeastNeverOverlappingAndOnlyWithAWebcam) {
     const std::int64_t twoFrames = TimelineEffectEngine::minimumWebcamFullscreenDuration.nanoseconds;
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithFullscreen({fullscreen(0, twoFrames), fullscreen(twoFrames, tenSeconds.nanoseconds)}),
+        timelineWith({}, {fullscreen(0, twoFrames), fullscreen(twoFrames, tenSeconds.nanoseconds)}),
         tenSeconds));
-    expectFailure(timelineWithFullscreen({fullscreen(0, twoFrames - 1)}), Case::webcamFullscreenRangeInvalid);
-    expectFailure(timelineWithFullscreen({fullscreen(-1, oneSecond)}), Case::webcamFullscreenRangeInvalid);
-    expectFailure(timelineWithFullscreen({fullscreen(9 * oneSecond, tenSeconds.nanoseconds + 1)}),
+    expectFailure(timelineWith({}, {fullscreen(0, twoFrames - 1)}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWith({}, {fullscreen(-1, oneSecond)}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWith({}, {fullscreen(9 * oneSecond, tenSeconds.nanoseconds + 1)}),
                   Case::webcamFullscreenRangeInvalid);
     expectFailure(
-        timelineWithFullscreen({fullscreen(2 * oneSecond, 3 * oneSecond), fullscreen(0, 2 * oneSecond + 1)}),
+        timelineWith({}, {fullscreen(2 * oneSecond, 3 * oneSecond), fullscreen(0, 2 * oneSecond + 1)}),
         Case::webcamFullscreenOverlap);
 
     WebcamFullscreenSegment duplicate = fullscreen(5 * oneSecond, 6 * oneSecond);
     const WebcamFullscreenSegment original = fullscreen(0, oneSecond);
     duplicate.id = original.id;
-    expectFailure(timelineWithFullscreen({original, duplicate}), Case::webcamFullscreenRangeInvalid);
+    expectFailure(timelineWith({}, {original, duplicate}), Case::webcamFullscreenRangeInvalid);
 
-    EditTimeline withoutWebcam = timelineWithFullscreen({original});
+    EditTimeline withoutWebcam = timelineWith({}, {original});
     withoutWebcam.webcamOverlay.reset();
     expectFailure(withoutWebcam, Case::webcamFullscreenRangeInvalid);
 }
 
 TEST(TimelineEffectKeyframes, InsideTheSourceUniqueWithSizeAndPositionInRange) {
     EXPECT_NO_THROW(TimelineEffectEngine::validate(
-        timelineWithKeyframes({keyframe(0, {0, 1}, 0.1), keyframe(tenSeconds.nanoseconds - 1, {1, 0}, 0.4)}),
+        timelineWith({}, {}, {keyframe(0, {0, 1}, 0.1), keyframe(tenSeconds.nanoseconds - 1, {1, 0}, 0.4)}),
         tenSeconds));
-    expectFailure(timelineWithKeyframes({keyframe(tenSeconds.nanoseconds)}), Case::keyframeOutsideSource);
-    expectFailure(timelineWithKeyframes({keyframe(-1)}), Case::keyframeOutsideSource);
+    expectFailure(timelineWith({}, {}, {keyframe(tenSeconds.nanoseconds)}), Case::keyframeOutsideSource);
+    expectFailure(timelineWith({}, {}, {keyframe(-1)}), Case::keyframeOutsideSource);
 
     const WebcamOverlayKeyframe first = keyframe(0);
     WebcamOverlayKeyframe sameID = keyframe(oneSecond);
@@ -170,7 +151,7 @@ TEST(TimelineEffectKeyframes, InsideTheSourceUniqueWithSizeAndPositionInRange) {
     };
     for (std::size_t index = 0; index < examples.size(); ++index) {
         SCOPED_TRACE(index);
-        expectFailure(timelineWithKeyframes(examples[index]), Case::keyframeInvalid);
+        expectFailure(timelineWith({}, {}, examples[index]), Case::keyframeInvalid);
     }
 }
 

@@ -27,25 +27,23 @@ constexpr std::int64_t int64Max = std::numeric_limits<std::int64_t>::max();
 using testing::buildCatalog;
 using testing::timelineOf;
 
-TimelineValidator::DeviceFrameCatalogProvider buildCatalogProvider() {
-    return []() -> const DeviceFrameCatalog& { return buildCatalog(); };
-}
-
 void validate(const EditTimeline& timeline, ProjectTime sourceDuration = tenSeconds) {
-    TimelineValidator::validate(timeline, sourceDuration, buildCatalogProvider());
-}
-
-using testing::thrown;
-
-std::optional<TimelineValidationError> validationError(const EditTimeline& timeline,
-                                                       ProjectTime sourceDuration = tenSeconds) {
-    return thrown<TimelineValidationError>([&] { validate(timeline, sourceDuration); });
+    TimelineValidator::validate(timeline, sourceDuration,
+                                [&]() -> const DeviceFrameCatalog& { return buildCatalog(); });
 }
 
 // The case of the error, or nullopt when the timeline passes.
 std::optional<Case> failure(const EditTimeline& timeline, ProjectTime sourceDuration = tenSeconds) {
-    const auto error = validationError(timeline, sourceDuration);
-    return error ? std::optional(error->errorCase()) : std::nullopt;
+    return testing::thrownCase<TimelineValidationError>([&] { validate(timeline, sourceDuration); });
+}
+
+// The timeline fails with this case and names the element with this id.
+void expectFailureNaming(const EditTimeline& timeline, Case expected, const Uuid& id,
+                         ProjectTime sourceDuration = tenSeconds) {
+    const auto error = testing::thrown<TimelineValidationError>([&] { validate(timeline, sourceDuration); });
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->errorCase(), expected);
+    EXPECT_EQ(error->id(), id);
 }
 
 // A start and a length rather than an end, so that ranges reaching past every
@@ -178,10 +176,9 @@ TEST(TimelineValidatorDeviceFrame, OnlyAssetsOfALoadedCatalogPass) {
     EXPECT_NO_THROW(TimelineValidator::validate(wholeSourceTimeline(), tenSeconds, missingCatalog));
     EXPECT_EQ(requests, 0);
     timeline.deviceFrame = DeviceFrameEdit{true, buildCatalog().devices.front().defaultVariant()->id};
-    const auto error = thrown<TimelineValidationError>(
-        [&] { TimelineValidator::validate(timeline, tenSeconds, missingCatalog); });
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::invalidDeviceFrame);
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>(
+                  [&] { TimelineValidator::validate(timeline, tenSeconds, missingCatalog); }),
+              Case::invalidDeviceFrame);
 }
 
 // One 60 fps output frame is 16,666,666 ns; at 4.00x the rounded sequence
@@ -220,10 +217,7 @@ TEST(TimelineValidatorSegments, RangesFitTheSourceAndSequenceAndFollowInSourceOr
     // The error names the first faulty segment.
     const EditTimeline twoFaults = timelineOf({segment(0, 1'000'000'000), segment(1'000'000'000, 5, 1000),
                                                segment(2'000'000'000, 1'000'000'000, 333)});
-    const auto error = validationError(twoFaults);
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->errorCase(), Case::segmentTooShort);
-    EXPECT_EQ(error->id(), twoFaults.segments[1].id);
+    expectFailureNaming(twoFaults, Case::segmentTooShort, twoFaults.segments[1].id);
 
     // Sequence lengths fit in 64 bits and segments follow in source order.
     EXPECT_EQ(failure(timelineOf({segment(0, int64Max, 500)}), ProjectTime{int64Max}),
@@ -233,24 +227,16 @@ TEST(TimelineValidatorSegments, RangesFitTheSourceAndSequenceAndFollowInSourceOr
     const TimelineSegment slow = segment(0, 4'000'000'000'000'000'000, 500);
     const TimelineSegment normal = segment(4'000'000'000'000'000'000, 4'000'000'000'000'000'000);
     EXPECT_EQ(failure(timelineOf({slow}), ProjectTime{int64Max}), std::nullopt);
-    const auto total = validationError(timelineOf({slow, normal}), ProjectTime{int64Max});
-    ASSERT_TRUE(total.has_value());
-    EXPECT_EQ(total->errorCase(), Case::sequenceDurationOverflow);
-    EXPECT_EQ(total->id(), normal.id);
+    expectFailureNaming(timelineOf({slow, normal}), Case::sequenceDurationOverflow, normal.id,
+                        ProjectTime{int64Max});
 
     const TimelineSegment first = segment(0, 2'000'000'000);
     EXPECT_EQ(failure(timelineOf({first, segment(2'000'000'000, 1'000'000'000)})), std::nullopt);
 
     const TimelineSegment overlapping = segment(1'999'999'999, 1'000'000'000);
-    const auto overlap = validationError(timelineOf({first, overlapping}));
-    ASSERT_TRUE(overlap.has_value());
-    EXPECT_EQ(overlap->errorCase(), Case::overlappingSegments);
-    EXPECT_EQ(overlap->id(), overlapping.id);
-
-    const auto disorder = validationError(timelineOf({segment(5'000'000'000, 1'000'000'000), first}));
-    ASSERT_TRUE(disorder.has_value());
-    EXPECT_EQ(disorder->errorCase(), Case::segmentsOutOfOrder);
-    EXPECT_EQ(disorder->id(), first.id);
+    expectFailureNaming(timelineOf({first, overlapping}), Case::overlappingSegments, overlapping.id);
+    expectFailureNaming(timelineOf({segment(5'000'000'000, 1'000'000'000), first}), Case::segmentsOutOfOrder,
+                        first.id);
 }
 
 TEST(TimelineValidatorAnnotations, LimitsReachedExactlyPassAndOutOfLimitValuesFail) {
@@ -297,10 +283,8 @@ TEST(TimelineValidatorAnnotations, LimitsReachedExactlyPassAndOutOfLimitValuesFa
         SCOPED_TRACE(example.name);
         AnnotationElement spoiled = annotation(example.kind, 0, 1'000'000'000, 1);
         example.spoil(spoiled);
-        const auto error = validationError(timelineWithAnnotations({rectangle(0), spoiled}));
-        ASSERT_TRUE(error.has_value());
-        EXPECT_EQ(error->errorCase(), Case::invalidAnnotation);
-        EXPECT_EQ(error->id(), spoiled.id);
+        expectFailureNaming(timelineWithAnnotations({rectangle(0), spoiled}), Case::invalidAnnotation,
+                            spoiled.id);
     }
 
     const AnnotationElement first = rectangle(0);
@@ -308,10 +292,7 @@ TEST(TimelineValidatorAnnotations, LimitsReachedExactlyPassAndOutOfLimitValuesFa
     sameID.id = first.id;
     const AnnotationElement sameLayer = rectangle(0, 2'000'000'000, 3'000'000'000);
     for (const AnnotationElement& second : {sameID, sameLayer}) {
-        const auto error = validationError(timelineWithAnnotations({first, second}));
-        ASSERT_TRUE(error.has_value());
-        EXPECT_EQ(error->errorCase(), Case::invalidAnnotation);
-        EXPECT_EQ(error->id(), second.id);
+        expectFailureNaming(timelineWithAnnotations({first, second}), Case::invalidAnnotation, second.id);
     }
 }
 

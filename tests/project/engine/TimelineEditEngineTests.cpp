@@ -2,12 +2,12 @@
 #include "project/engine/TimelineEditEngine.h"
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineMapper.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <vector>
 
 namespace rilo {
@@ -19,6 +19,7 @@ using Edit = std::function<EditTimeline(const EditTimeline&)>;
 constexpr ProjectTime sourceDuration = ProjectTime::fromSeconds(10);
 
 using testing::between;
+using testing::distinctSegmentIDs;
 using testing::frame;
 using testing::ms;
 using testing::ns;
@@ -83,31 +84,14 @@ std::vector<ProjectTimeRange> rangesOf(const EditTimeline& timeline) {
     return ranges;
 }
 
-std::size_t distinctIdsOf(const EditTimeline& timeline) {
-    std::set<Uuid> ids;
-    for (const TimelineSegment& s : timeline.segments) {
-        ids.insert(s.id);
-    }
-    return ids.size();
-}
-
 void expectEditError(const EditTimeline& timeline, Case expected, const Edit& edit) {
-    try {
-        edit(timeline);
-        ADD_FAILURE() << "the edit succeeded";
-    } catch (const TimelineEditError& error) {
-        EXPECT_EQ(error.errorCase(), expected) << error.what();
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineEditError>([&] { edit(timeline); }), expected);
 }
 
 // Every result must be a document that may exist.
 EditTimeline checked(EditTimeline timeline) {
     EXPECT_NO_THROW(TimelineValidator::validateContent(timeline, sourceDuration));
     return timeline;
-}
-
-ProjectTime sequenceDurationOf(const EditTimeline& timeline) {
-    return TimelineMapper(timeline, sourceDuration).sequenceDuration();
 }
 
 TEST(TimelineEditSplitTests, LeftHalfKeepsTheIdAndBothHalvesKeepTheRate) {
@@ -121,7 +105,7 @@ TEST(TimelineEditSplitTests, LeftHalfKeepsTheIdAndBothHalvesKeepTheRate) {
     EXPECT_EQ(result.segments[1], (TimelineSegment{fixture.b.id, between(ms(3'000), ms(4'000)), {2000}}));
     EXPECT_EQ(result.segments[2].sourceRange, between(ms(4'000), ms(5'000)));
     EXPECT_EQ(result.segments[2].playbackRate.permille, 2000);
-    EXPECT_EQ(distinctIdsOf(result), 4U) << "the right half gets an id of its own";
+    EXPECT_EQ(distinctSegmentIDs(result), 4U) << "the right half gets an id of its own";
     // A split removes no content: effects and annotations stay as they were.
     EXPECT_EQ(result.zooms, fixture.timeline.zooms);
     EXPECT_EQ(result.annotations, fixture.timeline.annotations);
@@ -188,7 +172,7 @@ TEST(TimelineEditTrimTests, TrimsCutsAndDeletesDropAnnotationsThatNoLongerShowAn
 
     const EditTimeline result = checked(deleting(fixture.b.id)(fixture.timeline));
     EXPECT_EQ(result.segments, (std::vector<TimelineSegment>{fixture.a, fixture.c}));
-    EXPECT_EQ(sequenceDurationOf(result), ms(5'000));
+    EXPECT_EQ(TimelineMapper(result, sourceDuration).sequenceDuration(), ms(5'000));
     // The partly kept annotation stays whole, with its stored times.
     EXPECT_EQ(result.annotations, std::vector<AnnotationElement>{acrossTheGap});
 }
@@ -246,7 +230,7 @@ TEST(TimelineEditRemoveTests, CutsSplitSegmentsAndPassTheIdOn) {
     for (const Row& row : rows) {
         const EditTimeline result = checked(removing(row.cuts)(row.timeline));
         EXPECT_EQ(rangesOf(result), row.expected);
-        EXPECT_EQ(distinctIdsOf(result), result.segments.size());
+        EXPECT_EQ(distinctSegmentIDs(result), result.segments.size());
     }
 
     // The left piece keeps the id and the rate goes to both; with no left
@@ -310,12 +294,10 @@ TEST(TimelineEditRefusals, EachEditRefusesWhatItCannotDoAndPassesValidationError
     // An invalid input fails its own validation first.
     EXPECT_THROW(splitAt(ms(0))(EditTimeline::empty()), TimelineValidationError);
     // What is left of a 2x segment is one source frame, half a frame of output.
-    try {
-        removing({between(frame(1), ms(4'000))})(timelineOf({segment(ms(0), ms(4'000), 2000)}));
-        ADD_FAILURE() << "the cut succeeded";
-    } catch (const TimelineValidationError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>([] {
+                  removing({between(frame(1), ms(4'000))})(timelineOf({segment(ms(0), ms(4'000), 2000)}));
+              }),
+              TimelineValidationError::Case::sequenceSegmentTooShort);
 }
 
 } // namespace

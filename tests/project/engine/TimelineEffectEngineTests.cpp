@@ -1,4 +1,5 @@
 #include "project/engine/TimelineEffectEngine.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <algorithm>
@@ -24,17 +25,12 @@ using testing::between;
 using testing::ms;
 
 std::optional<Case> failureOf(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const TimelineEffectError& error) {
-        return error.errorCase();
-    }
-    return std::nullopt;
+    return testing::thrownCase<TimelineEffectError>(operation);
 }
 
 void expectFailure(const EditTimeline& timeline, Case expected,
                    const std::function<EditTimeline(const EditTimeline&)>& operation) {
-    EXPECT_EQ(failureOf([&] { operation(timeline); }), std::optional<Case>(expected));
+    EXPECT_EQ(failureOf([&] { operation(timeline); }), expected);
 }
 
 EditTimeline withZoomsAt(const std::vector<std::pair<std::int64_t, std::int64_t>>& rangesInMilliseconds) {

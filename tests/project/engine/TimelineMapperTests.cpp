@@ -2,11 +2,10 @@
 #include "project/document/TimelineRateMath.h"
 #include "project/document/TimelineValidationError.h"
 #include "project/engine/TimelineMapper.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <optional>
@@ -58,8 +57,7 @@ struct CutTimeline {
     TimelineMapper mapper{timelineOf({a, b, c, d, e}), sourceDuration};
 };
 
-// ---------------------------------------------------------------------------
-// Rate arithmetic
+// ---- Rate arithmetic ----
 
 __extension__ typedef __int128 Int128;
 
@@ -121,8 +119,7 @@ TEST(TimelineRateMath, SequenceDurationRoundsToNearestAndImpossibleConversionsGi
     }
 }
 
-// ---------------------------------------------------------------------------
-// Construction
+// ---- Construction ----
 
 TEST(TimelineMapperConstruction, SegmentsLieEndToEndFromZeroEachConvertedOnce) {
     const CutTimeline fixture;
@@ -145,17 +142,9 @@ TEST(TimelineMapperConstruction, SegmentsLieEndToEndFromZeroEachConvertedOnce) {
 }
 
 TEST(TimelineMapperConstruction, InvalidTimelinesAreRefusedWithTheValidationError) {
-    const auto caseOf = [](const EditTimeline& timeline, ProjectTime duration) {
-        try {
-            TimelineMapper(timeline, duration);
-        } catch (const TimelineValidationError& error) {
-            return std::optional{error.errorCase()};
-        }
-        return std::optional<TimelineValidationError::Case>{};
-    };
-    using Case = TimelineValidationError::Case;
-    EXPECT_EQ(caseOf(timelineOf({segment(ms(9'950), ms(100), 1000)}), sourceDuration),
-              Case::rangeOutsideSource);
+    const EditTimeline outside = timelineOf({segment(ms(9'950), ms(100), 1000)});
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>([&] { TimelineMapper(outside, sourceDuration); }),
+              TimelineValidationError::Case::rangeOutsideSource);
 
     // The effects' own rules pass through with their own error.
     EditTimeline withZoom = timelineOf({segment(ms(0), ms(1'000), 1000)});
@@ -168,20 +157,18 @@ TEST(TimelineMapperConstruction, ASequenceBeyondSixtyFourBitsOverflows) {
     // not fit, and the second segment is named.
     const TimelineSegment first = segment(ns(0), ns(3'000'000'000'000'000'000), 500);
     const TimelineSegment second = segment(ns(3'000'000'000'000'000'000), ns(3'000'000'000'000'000'000), 500);
-    try {
+    const auto error = testing::thrown<TimelineValidationError>([&] {
         TimelineMapper(timelineOf({first, second}), ns(maxNanoseconds));
-        FAIL() << "an overflowing sequence was accepted";
-    } catch (const TimelineValidationError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceDurationOverflow);
-        EXPECT_EQ(error.id(), second.id);
-    }
+    });
+    ASSERT_TRUE(error) << "an overflowing sequence was accepted";
+    EXPECT_EQ(error->errorCase(), TimelineValidationError::Case::sequenceDurationOverflow);
+    EXPECT_EQ(error->id(), second.id);
     // Alone, the first one fits.
     EXPECT_EQ(TimelineMapper(timelineOf({first}), ns(maxNanoseconds)).sequenceDuration(),
               ns(6'000'000'000'000'000'000));
 }
 
-// ---------------------------------------------------------------------------
-// Point mappings
+// ---- Point mappings ----
 
 TEST(TimelineMapperPointMapping, BoundariesMapBothWaysAndOffsetsScaleByTheRateRoundingToNearest) {
     const CutTimeline fixture;
@@ -257,8 +244,7 @@ TEST(TimelineMapperPointMapping, CutsMapToNothingButToTheNextKeptBoundaryAndIdsF
     EXPECT_EQ(fixture.mapper.projectionForSegmentID(Uuid::random()), std::nullopt);
 }
 
-// ---------------------------------------------------------------------------
-// Ranges
+// ---- Ranges ----
 
 TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndDeltasMoveAtTheRate) {
     const CutTimeline fixture;
@@ -336,8 +322,7 @@ TEST(TimelineMapperRanges, PiecesStaySeparateAtCutsCoverTheSourceAndDeltasMoveAt
               std::nullopt);
 }
 
-// ---------------------------------------------------------------------------
-// A mapper without segments
+// ---- A mapper without segments ----
 
 // An empty timeline is refused on construction; a default mapper has no
 // projections at all.

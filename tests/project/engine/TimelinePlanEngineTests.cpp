@@ -4,11 +4,11 @@
 #include "project/engine/TimelinePlanEngine.h"
 #include "project/engine/TimelineSettingsError.h"
 #include "project/engine/TimelineSpeedError.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <gtest/gtest.h>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -16,17 +16,18 @@ namespace rilo {
 namespace {
 
 using testing::ms;
+using testing::thrownCase;
+using testing::timelineOf;
 
 ProjectTimeRange span(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
-    return ProjectTimeRange::fromStartEnd(ms(startMilliseconds), ms(endMilliseconds));
+    return testing::between(ms(startMilliseconds), ms(endMilliseconds));
 }
 
 constexpr ProjectTime sourceDuration = ms(20'000);
 const PixelSize sourceSize{1920, 1080};
 
-TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds,
-                        std::int64_t permille = 1000) {
-    return {Uuid::random(), span(startMilliseconds, endMilliseconds), {permille}};
+TimelineSegment segment(std::int64_t startMilliseconds, std::int64_t endMilliseconds) {
+    return testing::segment(ms(startMilliseconds), ms(endMilliseconds));
 }
 
 // A zoom as an editor stores it: rising for 650 ms, falling for 500 ms.
@@ -39,13 +40,6 @@ ZoomSegment zoom(std::int64_t startMilliseconds, std::int64_t endMilliseconds, P
             ms(endMilliseconds),
             TimelineEffectEngine::constrainedFocus(focus, scale),
             scale};
-}
-
-EditTimeline timelineOf(std::vector<TimelineSegment> segments, std::vector<ZoomSegment> zooms = {}) {
-    EditTimeline timeline;
-    timeline.segments = std::move(segments);
-    timeline.zooms = std::move(zooms);
-    return timeline;
 }
 
 TimelinePlanResult applyPlan(const TimelineEditPlan& plan, const EditTimeline& timeline,
@@ -61,13 +55,9 @@ TimelineEditPlan cutting(std::vector<ProjectTimeRange> cuts) {
 
 TimelinePlanError planErrorOf(const TimelineEditPlan& plan, const EditTimeline& timeline,
                               const std::vector<MouseEvent>& clicks = {}) {
-    try {
-        applyPlan(plan, timeline, clicks);
-    } catch (const TimelinePlanError& error) {
-        return error;
-    }
-    ADD_FAILURE() << "the plan did not fail with TimelinePlanError";
-    return TimelinePlanError(TimelinePlanError::Case::empty);
+    const auto error = testing::thrown<TimelinePlanError>([&] { applyPlan(plan, timeline, clicks); });
+    EXPECT_TRUE(error) << "the plan did not fail with TimelinePlanError";
+    return error.value_or(TimelinePlanError(TimelinePlanError::Case::empty));
 }
 
 void expectZoomTimes(const ZoomSegment& zoom, std::int64_t start, std::int64_t focus, std::int64_t holdEnd,
@@ -86,8 +76,7 @@ std::string namespaceOf(const EditTimeline& timeline) {
     return text;
 }
 
-// ---------------------------------------------------------------------------
-// Merging cut ranges
+// ---- Merging cut ranges ----
 
 TEST(TimelinePlanMergeTest, SnapsSortsAndMergesOverlappingAndTouchingRanges) {
     const std::vector<ProjectTimeRange> merged = TimelinePlanEngine::mergedRanges({
@@ -100,8 +89,7 @@ TEST(TimelinePlanMergeTest, SnapsSortsAndMergesOverlappingAndTouchingRanges) {
     EXPECT_EQ(merged, (std::vector<ProjectTimeRange>{span(1'000, 3'000), span(8'000, 10'000)}));
 }
 
-// ---------------------------------------------------------------------------
-// Counting operations
+// ---- Counting operations ----
 
 TEST(TimelinePlanEngineTest, PlanNeedsOneToFiveHundredOperationsAndItsCutsAreMergedAndRemoved) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
@@ -137,8 +125,7 @@ TEST(TimelinePlanEngineTest, PlanNeedsOneToFiveHundredOperationsAndItsCutsAreMer
     EXPECT_EQ(partly.timeline.segments[1].sourceRange, span(11'000, 20'000));
 }
 
-// ---------------------------------------------------------------------------
-// Zoom reconciliation
+// ---- Zoom reconciliation ----
 
 TEST(TimelinePlanReconciliationTest, CutZoomsAreRemovedSplitOrTrimmedWithFreshRamps) {
     // Cut in the middle: three seconds are removed, six are split.
@@ -223,10 +210,9 @@ TEST(TimelinePlanReconciliationTest, ZoomsAcrossAGapOrOffTheGridFailAPlanUnlessR
               (std::vector<TimelineSpeedChange>{{span(10'000, 12'000), {2000}}}));
 }
 
-// ---------------------------------------------------------------------------
-// Zoom additions
+// ---- Zoom additions ----
 
-TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndMustLieInWhatTheCutsLeave) {
+TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndFollowsTheRulesOfZooms) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     auto press = [](std::int64_t at, PointValue point, std::optional<bool> inside = std::nullopt) {
         MouseEvent event;
@@ -276,33 +262,23 @@ TEST(TimelinePlanZoomAddTest, PlannedZoomTakesItsFocusFromTheLastPressInsideAndM
     EXPECT_EQ(error.zoomID(), std::nullopt);
     EXPECT_EQ(error.normalizedCuts(),
               (std::vector<ProjectTimeRange>{span(3'000, 4'000), span(9'000, 10'000)}));
-}
 
-TEST(TimelinePlanZoomAddTest, PlannedZoomFailsTheRulesOfZooms) {
-    const EditTimeline timeline = timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)});
+    // And it follows the rules of zooms.
     TimelineEditPlan overlapping;
     overlapping.zoomAdds = {{span(4'000, 7'000), 2, std::nullopt}};
-    try {
-        applyPlan(overlapping, timeline);
-        FAIL() << "expected zoomOverlap";
-    } catch (const TimelineEffectError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineEffectError::Case::zoomOverlap);
-    }
+    EXPECT_EQ(thrownCase<TimelineEffectError>(
+                  [&] { applyPlan(overlapping, timelineOf({segment(0, 20'000)}, {zoom(2'000, 5'000)})); }),
+              TimelineEffectError::Case::zoomOverlap);
 }
 
-// ---------------------------------------------------------------------------
-// Speed and settings in a plan
+// ---- Speed and settings in a plan ----
 
 TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResult) {
     const EditTimeline timeline = timelineOf({segment(0, 20'000)});
     TimelineEditPlan plan = cutting({span(5'000, 6'000)});
     plan.speedChanges = {{span(4'000, 6'000), {2000}}};
-    try {
-        applyPlan(plan, timeline);
-        FAIL() << "expected rangeOutsideRetainedContent";
-    } catch (const TimelineSpeedError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineSpeedError::Case::rangeOutsideRetainedContent);
-    }
+    EXPECT_EQ(thrownCase<TimelineSpeedError>([&] { applyPlan(plan, timeline); }),
+              TimelineSpeedError::Case::rangeOutsideRetainedContent);
 
     plan.speedChanges = {{span(6'000, 8'000), {2000}}, {span(7'000, 9'000), {2000}}};
     plan.settings = {{"cursor.scale", "2"}, {"canvas.padding", "-1"}};
@@ -316,8 +292,7 @@ TEST(TimelinePlanEngineTest, SpeedAppliesToWhatTheCutsLeaveAndSettingsToTheResul
     EXPECT_EQ(result.timeline.segments[1].playbackRate, TimelinePlaybackRate{2000});
 }
 
-// ---------------------------------------------------------------------------
-// Identity
+// ---- Identity ----
 
 TEST(TimelinePlanIdentityTest, NewSegmentsAndZoomsGetVersion5IdsFromTheirContent) {
     // SHA-256("abc") = ba7816bf 8f01cfea 414140de 5dae2223 ...

@@ -1,5 +1,6 @@
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineSettingsEngine.h"
+#include "support/Thrown.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -24,12 +25,7 @@ EditTimeline apply(const Settings& settings, const EditTimeline& timeline = {}, 
 
 std::optional<TimelineSettingsError> failureOf(const Settings& settings, const EditTimeline& timeline = {},
                                                bool hasWebcam = true) {
-    try {
-        apply(settings, timeline, hasWebcam);
-    } catch (const TimelineSettingsError& error) {
-        return error;
-    }
-    return std::nullopt;
+    return testing::thrown<TimelineSettingsError>([&] { apply(settings, timeline, hasWebcam); });
 }
 
 // A timeline whose appearance differs from the defaults in every member that
@@ -43,28 +39,16 @@ EditTimeline unusualTimeline() {
     timeline.canvas.padding = 0.1;
     timeline.canvas.cornerRadius = 0.05;
     timeline.cursor = {false, 2, false, ClickEffectStyle::ring};
-    WebcamOverlay overlay;
-    overlay.isVisible = false;
-    overlay.center = {0.3, 0.4};
-    overlay.diameter = 0.3;
-    overlay.isMirrored = false;
-    overlay.aspectRatio = WebcamAspectRatio::source;
-    overlay.cornerRadius = 0.3;
-    overlay.showsBorder = false;
-    overlay.borderWidthAt1080p = 4;
-    overlay.showsShadow = false;
-    timeline.webcamOverlay = overlay;
+    timeline.webcamOverlay =
+        WebcamOverlay(false, {0.3, 0.4}, 0.3, false, WebcamAspectRatio::source, 0.3, false, 4, false);
     return timeline;
-}
-
-double outputAspectRatioOf(const EditTimeline& timeline) {
-    return TimelineSettingsEngine::outputAspectRatio(timeline.canvas.aspectRatio, fullHD);
 }
 
 TimelineEffectEngine::WebcamHalfExtents radiiOf(const EditTimeline& timeline) {
     const WebcamOverlay& overlay = *timeline.webcamOverlay;
-    return TimelineEffectEngine::webcamRadii(overlay.diameter, outputAspectRatioOf(timeline),
-                                             value(overlay.aspectRatio));
+    return TimelineEffectEngine::webcamRadii(
+        overlay.diameter, TimelineSettingsEngine::outputAspectRatio(timeline.canvas.aspectRatio, fullHD),
+        value(overlay.aspectRatio));
 }
 
 struct AcceptedSetting {

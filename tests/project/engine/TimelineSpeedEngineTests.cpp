@@ -2,12 +2,12 @@
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineMapper.h"
 #include "project/engine/TimelineSpeedEngine.h"
+#include "support/Thrown.h"
 #include "support/TimelineBuilders.h"
 
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
-#include <set>
 #include <vector>
 
 namespace rilo {
@@ -42,14 +42,6 @@ std::vector<Piece> piecesOf(const EditTimeline& timeline) {
     return pieces;
 }
 
-std::set<Uuid> idsOf(const EditTimeline& timeline) {
-    std::set<Uuid> ids;
-    for (const TimelineSegment& s : timeline.segments) {
-        ids.insert(s.id);
-    }
-    return ids;
-}
-
 EditTimeline checked(EditTimeline timeline) {
     EXPECT_NO_THROW(TimelineValidator::validateContent(timeline, sourceDuration));
     return timeline;
@@ -62,31 +54,14 @@ EditTimeline settingRate(std::int64_t permille, ProjectTimeRange range, const Ed
 // Runs a change that must fail with the given case.
 void expectSpeedError(const EditTimeline& timeline, Case expected,
                       const std::function<void(const EditTimeline&)>& body) {
-    try {
-        body(timeline);
-        ADD_FAILURE() << "the change succeeded";
-    } catch (const TimelineSpeedError& error) {
-        EXPECT_EQ(error.errorCase(), expected) << error.what();
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineSpeedError>([&] { body(timeline); }), expected);
 }
 
-void expectRateError(const EditTimeline& timeline, Case expected, std::int64_t permille,
-                     ProjectTimeRange range) {
-    expectSpeedError(timeline, expected, [&](const EditTimeline& t) { settingRate(permille, range, t); });
+std::optional<Case> normalizationError(const std::vector<TimelineSpeedChange>& changes) {
+    return testing::thrownCase<TimelineSpeedError>([&] { TimelineSpeedEngine::normalized(changes); });
 }
 
-Case normalizationError(const std::vector<TimelineSpeedChange>& changes) {
-    try {
-        TimelineSpeedEngine::normalized(changes);
-    } catch (const TimelineSpeedError& error) {
-        return error.errorCase();
-    }
-    ADD_FAILURE() << "normalisation succeeded";
-    return Case::noChange;
-}
-
-// ---------------------------------------------------------------------------
-// Setting a rate
+// ---- Setting a rate ----
 
 TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
     const TimelineSegment whole = segment(ms(0), sourceDuration);
@@ -102,7 +77,7 @@ TEST(TimelineSpeedSettingTests, SplitsTheSegmentAroundTheRange) {
                                                     {between(ms(2'000), ms(4'000)), 2000},
                                                     {between(ms(4'000), sourceDuration), 1000}}));
     EXPECT_EQ(result.segments[0].id, whole.id);
-    EXPECT_EQ(idsOf(result).size(), 3U) << "the changed and the right piece get fresh ids";
+    EXPECT_EQ(testing::distinctSegmentIDs(result), 3U) << "the changed and the right piece get fresh ids";
     EXPECT_EQ(TimelineMapper(result, sourceDuration).sequenceDuration(), ms(9'000));
     // Effects live in source time and are not touched.
     EXPECT_EQ(result.zooms, timeline.zooms);
@@ -169,7 +144,8 @@ TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNoth
         {atRate, Case::noChange, 1000, between(ms(4'000), ms(5'000))},
     };
     for (const Row& row : rows) {
-        expectRateError(row.timeline, row.expected, row.permille, row.range);
+        expectSpeedError(row.timeline, row.expected,
+                         [&](const EditTimeline& t) { settingRate(row.permille, row.range, t); });
     }
     // Both ends of the scale are fine; four frames at 4x play for a whole frame.
     EXPECT_NO_THROW(settingRate(500, between(ms(0), ms(1'000)), whole));
@@ -177,16 +153,12 @@ TEST(TimelineSpeedSettingTests, RefusesBadRatesAndRangesAndChangesThatChangeNoth
 
     // Two source frames at 4x play for half a frame: a piece too short at its
     // new rate fails validation.
-    try {
-        settingRate(4000, between(ms(0), frame(2)), whole);
-        ADD_FAILURE() << "the change succeeded";
-    } catch (const TimelineValidationError& error) {
-        EXPECT_EQ(error.errorCase(), TimelineValidationError::Case::sequenceSegmentTooShort);
-    }
+    EXPECT_EQ(testing::thrownCase<TimelineValidationError>(
+                  [&] { settingRate(4000, between(ms(0), frame(2)), whole); }),
+              TimelineValidationError::Case::sequenceSegmentTooShort);
 }
 
-// ---------------------------------------------------------------------------
-// Normalising a batch
+// ---- Normalising a batch ----
 
 TEST(TimelineSpeedNormalizationTests, SnapsSortsMergesChangesOfOneRateOnlyAndChecksEachInOrder) {
     // Given out of order, touching, and one inside the other.
@@ -216,8 +188,7 @@ TEST(TimelineSpeedNormalizationTests, SnapsSortsMergesChangesOfOneRateOnlyAndChe
               Case::invalidRate);
 }
 
-// ---------------------------------------------------------------------------
-// Applying a batch
+// ---- Applying a batch ----
 
 TEST(TimelineSpeedApplyingTests, AppliesTheNormalisedChangesInOrderOrDiscardsTheBatch) {
     const EditTimeline timeline = timelineOf({segment(ms(0), sourceDuration)});

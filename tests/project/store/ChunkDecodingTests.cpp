@@ -6,6 +6,7 @@
 #include "project/store/ChunkStore.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -42,53 +43,48 @@ std::string readWithSecondChunk(const fs::path& directory, const std::string& te
                                 std::vector<MouseEvent>* samples = nullptr) {
     writeFileAtomically(directory / "000000.json", "[" + writtenEvent() + "]");
     writeFileAtomically(directory / "000001.json", text);
-    try {
-        const auto read = ChunkStore<MouseEvent>::readAll(directory);
-        if (samples != nullptr) {
-            *samples = read;
-        }
-        return "";
-    } catch (const std::exception& error) {
-        return error.what();
+    std::vector<MouseEvent> read;
+    const auto failure =
+        testing::thrownMessage<LocalizedError>([&] { read = ChunkStore<MouseEvent>::readAll(directory); });
+    if (samples != nullptr) {
+        *samples = read;
     }
+    return failure.value_or("");
 }
 
 // What the record codec makes of the same text.
 std::string generalDecoderFailure(const std::string& text) {
-    try {
-        json::decode<std::vector<MouseEvent>>(json::parse(text), "000001.json");
-        return "";
-    } catch (const std::exception& error) {
-        return error.what();
-    }
+    return testing::thrownMessage<LocalizedError>(
+               [&] { json::decode<std::vector<MouseEvent>>(json::parse(text), "000001.json"); })
+        .value_or("");
 }
 
 TEST(ChunkDecoding, FailuresNameTheFileAndKeyPathAsTheRecordCodecDoes) {
+    // A written event with one member changed, in a chunk; the key path of its member.
+    const auto edited = [](const std::string& from, const std::string& to) {
+        return "[" + editedEvent(from, to) + "]";
+    };
+    const std::string at = "000001.json[0].";
     const std::vector<std::pair<std::string, std::string>> failing{
-        {"[" + editedEvent("\"phase\":\"down\",", "") + "]", "缺少必需的键：000001.json[0].phase"},
-        {"[" + editedEvent("\"phase\":\"down\"", "\"phase\":null") + "]",
-         "缺少必需的键：000001.json[0].phase"},
-        {"[" + editedEvent("\"left\"", "\"middle\"") + "]",
-         "无法识别的取值：000001.json[0].button = \"middle\""},
-        {"[" + editedEvent("\"geometryRevision\":7", "\"geometryRevision\":\"7\"") + "]",
-         "类型不符：000001.json[0].geometryRevision应为整数"},
-        {"[" + editedEvent("\"geometryRevision\":7", "\"geometryRevision\":4294967296") + "]",
-         "类型不符：000001.json[0].geometryRevision应为范围内的整数"},
-        {"[" + editedEvent("\"geometryRevision\":7", "\"geometryRevision\":-1") + "]",
-         "类型不符：000001.json[0].geometryRevision应为范围内的整数"},
-        {"[" + editedEvent("\"geometryRevision\":7", "\"geometryRevision\":7.5") + "]",
-         "类型不符：000001.json[0].geometryRevision应为整数"},
-        {"[" + editedEvent("8333333", "9223372036854775808") + "]",
-         "类型不符：000001.json[0].time.nanoseconds应为范围内的整数"},
-        {"[" + editedEvent("9000000000", "-5") + "]",
-         "类型不符：000001.json[0].rawTimestampNanoseconds应为范围内的整数"},
-        {"[" + editedEvent("100.5", "\"100.5\"") + "]", "类型不符：000001.json[0].globalPoint.x应为数值"},
-        {"[" + editedEvent("\"isInsideSource\":true", "\"isInsideSource\":1") + "]",
-         "类型不符：000001.json[0].isInsideSource应为布尔值"},
-        {"[" + editedEvent("{\"x\":100.5,\"y\":200.25}", "[100.5,200.25]") + "]",
-         "类型不符：000001.json[0].globalPoint应为对象"},
-        {"[" + editedEvent("\"button\":\"left\"", "\"button\":\"left\",\"button\":\"middle\"") + "]",
-         "无法识别的取值：000001.json[0].button = \"middle\""},
+        {edited("\"phase\":\"down\",", ""), "缺少必需的键：" + at + "phase"},
+        {edited("\"phase\":\"down\"", "\"phase\":null"), "缺少必需的键：" + at + "phase"},
+        {edited("\"left\"", "\"middle\""), "无法识别的取值：" + at + "button = \"middle\""},
+        {edited("\"geometryRevision\":7", "\"geometryRevision\":\"7\""),
+         "类型不符：" + at + "geometryRevision应为整数"},
+        {edited("\"geometryRevision\":7", "\"geometryRevision\":4294967296"),
+         "类型不符：" + at + "geometryRevision应为范围内的整数"},
+        {edited("\"geometryRevision\":7", "\"geometryRevision\":-1"),
+         "类型不符：" + at + "geometryRevision应为范围内的整数"},
+        {edited("\"geometryRevision\":7", "\"geometryRevision\":7.5"),
+         "类型不符：" + at + "geometryRevision应为整数"},
+        {edited("8333333", "9223372036854775808"), "类型不符：" + at + "time.nanoseconds应为范围内的整数"},
+        {edited("9000000000", "-5"), "类型不符：" + at + "rawTimestampNanoseconds应为范围内的整数"},
+        {edited("100.5", "\"100.5\""), "类型不符：" + at + "globalPoint.x应为数值"},
+        {edited("\"isInsideSource\":true", "\"isInsideSource\":1"),
+         "类型不符：" + at + "isInsideSource应为布尔值"},
+        {edited("{\"x\":100.5,\"y\":200.25}", "[100.5,200.25]"), "类型不符：" + at + "globalPoint应为对象"},
+        {edited("\"button\":\"left\"", "\"button\":\"left\",\"button\":\"middle\""),
+         "无法识别的取值：" + at + "button = \"middle\""},
         {writtenEvent(), "类型不符：000001.json应为数组"},
         {"[[1,2]]", "类型不符：000001.json[0]应为对象"},
     };
@@ -151,14 +147,10 @@ TEST(ChunkDecoding, ManyChunksKeepTheirOrderAndReportTheFirstDamagedFile) {
     for (const int damaged : {390, 250, 7}) {
         writeFileAtomically(temporary / ChunkFiles::chunkFileName(damaged),
                             "[" + editedEvent("\"left\"", "1") + "]");
-        try {
-            ChunkStore<MouseEvent>::readAll(temporary.path());
-            ADD_FAILURE() << "no failure";
-        } catch (const json::DecodingError& error) {
-            EXPECT_TRUE(std::string(error.what()).find(ChunkFiles::chunkFileName(damaged)) !=
-                        std::string::npos)
-                << error.what();
-        }
+        const auto failure = testing::thrownMessage<json::DecodingError>([&] {
+                                 ChunkStore<MouseEvent>::readAll(temporary.path());
+                             }).value_or("");
+        EXPECT_NE(failure.find(ChunkFiles::chunkFileName(damaged)), std::string::npos) << failure;
     }
 }
 

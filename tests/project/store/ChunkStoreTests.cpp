@@ -2,9 +2,10 @@
 #include "project/store/ChunkStore.h"
 #include "shared/Errors.h"
 #include "shared/Files.h"
+#include "support/FileTree.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -21,6 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using CursorStore = ChunkStore<CursorShapeSample>;
+using testing::entryNames;
 
 constexpr std::int64_t noSpanLimit = 3'600'000'000'000;
 
@@ -42,29 +44,13 @@ CursorStore cursorStore(const fs::path& directory, std::int64_t maximumCount,
                        [](const CursorShapeSample& sample) { return sample.time; });
 }
 
-// Every name in the directory, hidden ones included, sorted.
-std::vector<std::string> entryNames(const fs::path& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string chunkOf(const std::vector<CursorShapeSample>& samples) {
     return json::write(json::encode(samples), json::JsonStyle::chunk);
 }
 
 // The message of the decoding failure that reading the directory gives.
 std::string readFailure(const fs::path& directory) {
-    try {
-        CursorStore::readAll(directory);
-    } catch (const json::DecodingError& error) {
-        return error.message();
-    }
-    ADD_FAILURE() << "the read succeeded";
-    return {};
+    return testing::thrownMessage<json::DecodingError>([&] { CursorStore::readAll(directory); }).value_or("");
 }
 
 TEST(ChunkStore, SamplesRoundTripThroughSeveralCompactChunks) {

@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -45,25 +44,28 @@ inline EditTimeline timelineKeeping(ProjectTime kept, const Uuid& segmentID = Uu
     return timeline;
 }
 
+// The n-th of a series of ids.
+inline Uuid numberedID(int n) {
+    char id[40];
+    std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", n);
+    return *Uuid::parse(id);
+}
+
 // The n-th of a series of distinct valid timelines; the same n always gives
 // the same document.
 inline EditTimeline numberedTimeline(int n) {
-    char id[40];
-    std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", n);
-    return timelineKeeping(ProjectTime::fromMilliseconds(1000 + 10 * n), *Uuid::parse(id));
+    return timelineKeeping(ProjectTime::fromMilliseconds(1000 + 10 * n), numberedID(n));
 }
 
 // The n-th of a series of distinct caption documents, with one cue whose text
 // has blanks and a line break around it.
 inline CaptionDocument numberedCaptions(int n, ProjectTime cueEnd = ProjectTime::fromSeconds(2)) {
-    char id[40];
-    std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d", n);
     CaptionDocument document;
     document.sourceTrack = MediaTrackKind::microphone;
     document.sourceAudioDigest = std::string(64, 'a');
     document.basedOnTimelineDigest = std::string(64, 'b');
     document.language = "zh-Hans";
-    document.cues = {{*Uuid::parse(id),
+    document.cues = {{numberedID(n),
                       ProjectTime::fromSeconds(1),
                       cueEnd,
                       "  第" + std::to_string(n) + "句字幕\n",

@@ -4,8 +4,10 @@
 #include "shared/Files.h"
 #include "shared/Json.h"
 #include "shared/Sha256.h"
+#include "support/FileTree.h"
 #include "support/TemporaryDirectory.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <filesystem>
@@ -17,6 +19,7 @@ namespace rilo {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::entryNames;
 
 const std::string arrowPng = std::string("\x89PNG\r\n\x1a\n", 8) + std::string("arrow pixels\0\x01\xff", 15);
 const std::string beamPng = std::string("\x89PNG\r\n\x1a\n", 8) + "i-beam pixels";
@@ -31,15 +34,6 @@ std::string expectedID(const std::string& png, SizeValue size, PointValue hotSpo
         bytes.append(raw, sizeof raw);
     }
     return sha256Hex(bytes);
-}
-
-std::vector<std::string> fileNames(const fs::path& directory) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory)) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 TEST(CursorAssetStore, StoresImageAndDescriptorUnderContentID) {
@@ -57,7 +51,7 @@ TEST(CursorAssetStore, StoresImageAndDescriptorUnderContentID) {
     EXPECT_EQ(descriptor.relativePath, "cursor/assets/" + id + ".png");
     EXPECT_EQ(descriptor.logicalSize, size);
     EXPECT_EQ(descriptor.hotSpot, hotSpot);
-    EXPECT_EQ(fileNames(package.cursorAssetsDirectory()),
+    EXPECT_EQ(entryNames(package.cursorAssetsDirectory()),
               (std::vector<std::string>{id + ".json", id + ".png"}));
     EXPECT_EQ(readFileBytes(package.rootURL / descriptor.relativePath), arrowPng);
     const std::string descriptorBytes = readFileBytes(package.cursorAssetsDirectory() / (id + ".json"));
@@ -85,7 +79,7 @@ TEST(CursorAssetStore, SizeOrHotSpotMakesAnotherAsset) {
     const std::set<std::string> ids{base.id, otherHotSpot.id, otherSize.id, negativeZero.id, positiveZero.id};
     EXPECT_EQ(ids.size(), 5u);
     EXPECT_EQ(store.descriptors().size(), 5u);
-    EXPECT_EQ(fileNames(temporary.path()).size(), 10u);
+    EXPECT_EQ(entryNames(temporary.path()).size(), 10u);
 }
 
 // A reopened store knows what was stored, skips descriptors it cannot decode
@@ -112,7 +106,7 @@ TEST(CursorAssetStore, ReopeningReadsWhatDecodesAndNeverRewritesAKnownImage) {
     writeFileAtomically(directory / (beam.id + ".png"), "marked");
     EXPECT_EQ(reopened.store(beamPng, {8, 20}, {4, 10}), beam);
     EXPECT_EQ(readFileBytes(directory / (beam.id + ".png")), "marked");
-    EXPECT_EQ(fileNames(directory).size(), 6u);
+    EXPECT_EQ(entryNames(directory).size(), 6u);
 }
 
 TEST(CursorAssetStore, FailedWriteIsNotRecordedAndIsRetried) {

@@ -15,6 +15,8 @@ using testing::handWrittenTimeline;
 using testing::numberedCaptions;
 using testing::numberedTimeline;
 using testing::thrown;
+using testing::thrownCase;
+using testing::thrownMessage;
 using testing::timelineKeeping;
 
 // Timeline and caption documents are written under the same protocol: the
@@ -31,6 +33,8 @@ protected:
         CommitTest::SetUp();
         if (!isTimeline()) {
             store.writeCaptions(numberedCaptions(0), digestOfNoBytes, package);
+            // The editor's caption write takes no timeline lock.
+            EXPECT_FALSE(std::filesystem::exists(package.timelineLockURL()));
         }
     }
 
@@ -91,22 +95,13 @@ protected:
     // Whether the body failed the validation of this kind of document.
     template <typename Body>
     bool failsValidation(Body body) {
-        try {
-            body();
-        } catch (const TimelineValidationError&) {
-            return isTimeline();
-        } catch (const CaptionValidationError&) {
-            return !isTimeline();
-        }
-        return false;
+        return isTimeline() ? thrown<TimelineValidationError>(body).has_value()
+                            : thrown<CaptionValidationError>(body).has_value();
     }
 
     ProjectStoreError::Case conflictCase() const {
         return isTimeline() ? ProjectStoreError::Case::timelineDigestConflict
                             : ProjectStoreError::Case::captionsDigestConflict;
-    }
-    std::string conflictMessage() const {
-        return isTimeline() ? "Timeline已被其他进程修改，请重新预演。" : "字幕已被其他进程修改，请重新预演。";
     }
 };
 
@@ -143,11 +138,10 @@ TEST_P(GuardedCommitTest, StaleDigestChangesNothing) {
     ASSERT_TRUE(conflict);
     EXPECT_EQ(conflict->errorCase(), conflictCase());
     EXPECT_EQ(conflict->actualDigest(), sha256Hex(current));
-    EXPECT_EQ(conflict->message(), conflictMessage());
+    EXPECT_EQ(conflict->message(),
+              isTimeline() ? "Timeline已被其他进程修改，请重新预演。" : "字幕已被其他进程修改，请重新预演。");
 
-    const auto editorConflict = thrown<ProjectStoreError>([&] { write(3, original); });
-    ASSERT_TRUE(editorConflict);
-    EXPECT_EQ(editorConflict->errorCase(), conflictCase());
+    EXPECT_EQ(thrownCase<ProjectStoreError>([&] { write(3, original); }), conflictCase());
 
     EXPECT_EQ(bytes(), current);
     EXPECT_EQ(history(), kept);
@@ -193,10 +187,9 @@ TEST_P(GuardedCommitTest, LockThatCannotBeTakenFailsTheWrite) {
     std::filesystem::remove(lockURL());
     std::filesystem::create_directories(lockURL());
     for (const bool editor : {false, true}) {
-        const auto error =
-            thrown<ProjectStoreError>([&] { editor ? write(1, digest()) : commit(1, digest()); });
-        ASSERT_TRUE(error) << editor;
-        EXPECT_EQ(error->errorCase(), ProjectStoreError::Case::timelineLockUnavailable);
+        EXPECT_EQ(thrownCase<ProjectStoreError>([&] { editor ? write(1, digest()) : commit(1, digest()); }),
+                  ProjectStoreError::Case::timelineLockUnavailable)
+            << editor;
     }
     EXPECT_EQ(bytes(), before);
     EXPECT_TRUE(history().empty());
@@ -230,10 +223,10 @@ TEST_F(CommitTest, DeviceFrameIsCheckedAgainstTheStoresCatalog) {
     EXPECT_EQ(store.historyTimeline(0, package, sourceDuration, true).deviceFrame, framed.deviceFrame);
 
     framed.deviceFrame->assetID = "no-such-device";
-    const auto unknown = thrown<TimelineValidationError>(
-        [&] { store.commitTimeline(framed, store.timelineDigest(package), std::nullopt, package); });
-    ASSERT_TRUE(unknown);
-    EXPECT_EQ(unknown->errorCase(), TimelineValidationError::Case::invalidDeviceFrame);
+    EXPECT_EQ(thrownCase<TimelineValidationError>([&] {
+                  store.commitTimeline(framed, store.timelineDigest(package), std::nullopt, package);
+              }),
+              TimelineValidationError::Case::invalidDeviceFrame);
 }
 
 // A history directory whose oldest entry cannot be removed: a timeline commit
@@ -307,11 +300,9 @@ TEST_F(CommitTest, HistoryListsNewestFirstAndRestoresAsANewCommit) {
     ASSERT_EQ(history.size(), 2u);
     EXPECT_EQ(history[0].digest, sha256Hex(json::encodeDocument(first)));
     EXPECT_EQ(store.historyTimeline(1, package, sourceDuration, true), original);
-    const auto error =
-        thrown<ProjectStoreError>([&] { store.historyTimeline(2, package, sourceDuration, true); });
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->errorCase(), ProjectStoreError::Case::historyNotFound);
-    EXPECT_EQ(error->message(), "找不到历史版本：2");
+    EXPECT_EQ(
+        thrownMessage<ProjectStoreError>([&] { store.historyTimeline(2, package, sourceDuration, true); }),
+        "找不到历史版本：2");
 
     // A restore prepared against an older digest is refused.
     EXPECT_THROW(store.restoreTimeline(1, history[0].digest, package, sourceDuration, true),
@@ -350,16 +341,10 @@ TEST_F(CommitTest, FirstCaptionCommitIsGuardedByTheTimelineAndTakesBothLocks) {
     EXPECT_EQ(timelineBytes(), timeline);
     EXPECT_TRUE(store.timelineHistory(package).empty());
 
-    const auto stale = thrown<ProjectStoreError>(
-        [&] { store.commitCaptions(numberedCaptions(2), digest, digestOfNoBytes, package); });
-    ASSERT_TRUE(stale);
-    EXPECT_EQ(stale->errorCase(), ProjectStoreError::Case::timelineDigestConflict);
+    EXPECT_EQ(thrownCase<ProjectStoreError>(
+                  [&] { store.commitCaptions(numberedCaptions(2), digest, digestOfNoBytes, package); }),
+              ProjectStoreError::Case::timelineDigestConflict);
     EXPECT_EQ(store.captionsDigest(package), digest);
-}
-
-TEST_F(CommitTest, EditorCaptionWriteNeedsNoTimelineLock) {
-    store.writeCaptions(numberedCaptions(1), digestOfNoBytes, package);
-    EXPECT_FALSE(std::filesystem::exists(package.timelineLockURL()));
 }
 
 TEST_F(CommitTest, TimelineCommitGuardedByCaptionsTakesTheirLock) {
@@ -378,11 +363,11 @@ TEST_F(CommitTest, TimelineCommitGuardedByCaptionsTakesTheirLock) {
 
     std::filesystem::remove(package.captionsLockURL());
     std::filesystem::create_directories(package.captionsLockURL());
-    const auto locked = thrown<ProjectStoreError>([&] {
-        store.commitTimeline(numberedTimeline(2), result.digest, std::string(digestOfNoBytes), package);
-    });
-    ASSERT_TRUE(locked);
-    EXPECT_EQ(locked->errorCase(), ProjectStoreError::Case::timelineLockUnavailable);
+    EXPECT_EQ(thrownCase<ProjectStoreError>([&] {
+                  store.commitTimeline(numberedTimeline(2), result.digest, std::string(digestOfNoBytes),
+                                       package);
+              }),
+              ProjectStoreError::Case::timelineLockUnavailable);
     EXPECT_EQ(store.timelineDigest(package), result.digest);
     std::filesystem::remove(package.captionsLockURL());
 

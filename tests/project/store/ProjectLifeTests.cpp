@@ -7,6 +7,7 @@
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestPaths.h"
+#include "support/Thrown.h"
 
 #include <fstream>
 #include <functional>
@@ -36,13 +37,10 @@ protected:
     }
 
     static void expectInvalidLocation(const std::function<void()>& operation) {
-        try {
-            operation();
-            ADD_FAILURE() << "the operation was not refused";
-        } catch (const ProjectStoreError& error) {
-            EXPECT_EQ(error.errorCase(), ProjectStoreError::Case::invalidProjectLocation);
-            EXPECT_EQ(error.message(), "项目不在 Rilo 项目目录中，拒绝删除。");
-        }
+        const auto error = testing::thrown<ProjectStoreError>(operation);
+        ASSERT_TRUE(error) << "the operation was not refused";
+        EXPECT_EQ(error->errorCase(), ProjectStoreError::Case::invalidProjectLocation);
+        EXPECT_EQ(error->message(), "项目不在 Rilo 项目目录中，拒绝删除。");
     }
 
     // A new recording of the display with the default options.

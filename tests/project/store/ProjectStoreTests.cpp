@@ -3,6 +3,7 @@
 #include "support/BuildCatalog.h"
 #include "support/PackageFixtures.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -76,13 +77,10 @@ TEST_F(ProjectStoreTest, FindsProjectsByCaseInsensitiveIDPrefix) {
 
     const auto expectError = [&](const std::string& prefix, ProjectStoreError::Case expected,
                                  const std::string& message) {
-        try {
-            store.project(prefix);
-            ADD_FAILURE() << "prefix " << prefix << " matched";
-        } catch (const ProjectStoreError& error) {
-            EXPECT_EQ(error.errorCase(), expected);
-            EXPECT_EQ(error.message(), message);
-        }
+        const auto error = testing::thrown<ProjectStoreError>([&] { store.project(prefix); });
+        ASSERT_TRUE(error) << "prefix " << prefix << " matched";
+        EXPECT_EQ(error->errorCase(), expected);
+        EXPECT_EQ(error->message(), message);
     };
     expectError("1a2b", ProjectStoreError::Case::ambiguousProjectPrefix, "项目ID前缀不唯一：1a2b");
     expectError("", ProjectStoreError::Case::ambiguousProjectPrefix, "项目ID前缀不唯一：");

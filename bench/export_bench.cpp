@@ -100,12 +100,10 @@ struct Comparison {
 
 // The renderer alone: `frames` frames of the project's scenes at 1080p, drawn
 // and read back, after a few frames of warm-up. Milliseconds a frame.
-double rendererMilliseconds(const ProjectSnapshot& snapshot, int frames) {
+double rendererMilliseconds(const ProjectSnapshot& snapshot, const fs::path& resources, int frames) {
     RenderContext context;
     CaptionRasterizer captions;
-    SceneRenderer renderer(context,
-                           DeviceFrameCatalog::load(DeviceFrameCatalog::applicationResourceDirectory()),
-                           DeviceFrameCatalog::applicationResourceDirectory(), captions);
+    SceneRenderer renderer(context, DeviceFrameCatalog::load(resources), resources, captions);
     renderer.registerProjectAssets(snapshot);
     const TimelineCompositionPlan plan = TimelineCompositionBuilder::build(snapshot, {});
     VideoTrackDecoder decoder(snapshot.mediaURL(), plan.screen.source.index);
@@ -142,7 +140,8 @@ int main(int argc, char** argv) {
     const std::string id =
         run(maker, {"--seconds", std::to_string(seconds), "--fps", "60"}, home).output.substr(0, 36);
     ::setenv("XDG_DATA_HOME", home.c_str(), 1);
-    ProjectStore store(std::nullopt, DeviceFrameCatalog::bundled);
+    const DeviceFrameCatalog catalog = DeviceFrameCatalog::load(build);
+    ProjectStore store(std::nullopt, [&]() -> const DeviceFrameCatalog& { return catalog; });
     const ProjectPackage package = store.project(id);
     const ProjectSnapshot snapshot = store.loadSnapshot(package);
     std::printf("sample: %ld s of 1920x1080 at 60 fps, three clicks, %zu zooms\n", seconds,
@@ -215,7 +214,7 @@ int main(int argc, char** argv) {
             frames / floor.seconds, ours.seconds / floor.seconds);
     }
     std::printf("renderer alone, 1920x1080 draw + RGBA readback: %.1f ms a frame\n",
-                rendererMilliseconds(snapshot, 120));
+                rendererMilliseconds(snapshot, build, 120));
     std::error_code ignored;
     fs::remove_all(home, ignored);
     return 0;

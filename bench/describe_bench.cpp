@@ -16,6 +16,7 @@
 //   byte for byte the same; --keep leaves the library in place for profiling
 //   and prints where it is)
 
+#include "BenchProcess.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectInspector.h"
 #include "media/TimelineTrackResolver.h"
@@ -200,57 +201,12 @@ BuiltPackage buildPackage(ProjectStore& store) {
     return built;
 }
 
-struct RunFigures {
-    double wallMilliseconds = 0;
-    long maximumResidentKilobytes = 0;
-    int exitCode = -1;
-    std::string output;
-};
+using bench::RunFigures;
 
 // Runs the command with the data directory set, its output read through a pipe.
 RunFigures runCommand(const fs::path& executable, const std::vector<std::string>& arguments,
                       const fs::path& dataHome) {
-    int output[2];
-    if (::pipe(output) != 0) {
-        std::perror("pipe");
-        std::exit(1);
-    }
-    const auto start = Clock::now();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(output[1], STDOUT_FILENO);
-        ::close(output[0]);
-        ::close(output[1]);
-        ::setenv("XDG_DATA_HOME", dataHome.c_str(), 1);
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(executable.c_str()));
-        for (const std::string& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        }
-        argv.push_back(nullptr);
-        ::execv(executable.c_str(), argv.data());
-        std::_Exit(127);
-    }
-    ::close(output[1]);
-    RunFigures figures;
-    char buffer[65536];
-    for (ssize_t n; (n = ::read(output[0], buffer, sizeof buffer)) != 0;) {
-        if (n < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            break;
-        }
-        figures.output.append(buffer, static_cast<std::size_t>(n));
-    }
-    ::close(output[0]);
-    int status = 0;
-    rusage usage{};
-    ::wait4(child, &status, 0, &usage);
-    figures.wallMilliseconds = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-    figures.maximumResidentKilobytes = usage.ru_maxrss;
-    figures.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return figures;
+    return bench::runProgram(executable.string(), arguments, dataHome);
 }
 
 // The best of a few passes, in milliseconds.

@@ -11,6 +11,7 @@
 //
 // Usage: export_bench [seconds]   (default 10)
 
+#include "BenchProcess.h"
 #include "export/ExportConfiguration.h"
 #include "media/TimelineCompositionPlan.h"
 #include "media/VideoTrackDecoder.h"
@@ -42,53 +43,19 @@ using Clock = std::chrono::steady_clock;
 struct RunFigures {
     double seconds = 0;
     long maximumResidentKilobytes = 0;
-    int exitCode = -1;
     std::string output;
 };
 
-// Runs a program with the data directory set; its standard output is kept,
-// its standard error discarded.
+// Runs a program that must succeed, with the data directory set; its standard
+// error is discarded.
 RunFigures run(const std::string& program, const std::vector<std::string>& arguments,
                const fs::path& dataHome) {
-    int output[2];
-    if (::pipe(output) != 0) {
-        std::perror("pipe");
-        std::exit(1);
-    }
-    const auto start = Clock::now();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(output[1], STDOUT_FILENO);
-        ::close(output[0]);
-        ::close(output[1]);
-        std::freopen("/dev/null", "w", stderr);
-        ::setenv("XDG_DATA_HOME", dataHome.c_str(), 1);
-        std::vector<char*> argv{const_cast<char*>(program.c_str())};
-        for (const std::string& argument : arguments) {
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        }
-        argv.push_back(nullptr);
-        ::execvp(program.c_str(), argv.data());
-        std::_Exit(127);
-    }
-    ::close(output[1]);
-    RunFigures figures;
-    char buffer[4096];
-    for (ssize_t n; (n = ::read(output[0], buffer, sizeof buffer)) > 0;) {
-        figures.output.append(buffer, static_cast<std::size_t>(n));
-    }
-    ::close(output[0]);
-    int status = 0;
-    rusage usage{};
-    ::wait4(child, &status, 0, &usage);
-    figures.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    figures.maximumResidentKilobytes = usage.ru_maxrss;
-    figures.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    const bench::RunFigures figures = bench::runProgram(program, arguments, dataHome, true);
     if (figures.exitCode != 0) {
         std::fprintf(stderr, "%s failed with %d\n", program.c_str(), figures.exitCode);
         std::exit(1);
     }
-    return figures;
+    return {figures.wallMilliseconds / 1000, figures.maximumResidentKilobytes, figures.output};
 }
 
 struct Comparison {

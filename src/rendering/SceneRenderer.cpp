@@ -216,6 +216,15 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         throw SceneRendererError::encoderUnavailable();
     }
 
+    if (!softwareRenderer_) {
+        // Asked of the context that is current, which may be a window's.
+        const auto* name = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+        const std::string renderer = name != nullptr ? name : "";
+        softwareRenderer_ =
+            renderer.find("llvmpipe") != std::string::npos || renderer.find("softpipe") != std::string::npos;
+        screenTextures_.setConvertsToRgba(*softwareRenderer_);
+        webcamTextures_.setConvertsToRgba(*softwareRenderer_);
+    }
     screenTextures_.upload(source);
     if (webcam != nullptr) {
         webcamTextures_.upload(*webcam);

@@ -387,7 +387,31 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
     drawIn(0, contentBottom, target.width, target.height, surround);
     drawIn(0, contentTop, contentLeft, contentBottom, surround);
     drawIn(contentRight, contentTop, target.width, contentBottom, surround);
-    drawIn(contentLeft, contentTop, contentRight, contentBottom, body);
+    // Well inside the screen's rounded edge (one pixel in from the straight
+    // edges, one beyond the corner radius across), the screen covers every
+    // pixel whole: there the program leaves out the background, the shadow
+    // and the edge. The rest of the content rectangle goes around it.
+    const RectValue screen = pixels(uniforms.screenRect);
+    const double cornerRadius = std::min(uniforms.output[2] * std::min(outputWidth, outputHeight),
+                                         0.5 * std::min(screen.width, screen.height));
+    const int innerLeft =
+        std::clamp(static_cast<int>(std::ceil(screen.x + cornerRadius)) + 1, contentLeft, contentRight);
+    const int innerRight =
+        std::clamp(static_cast<int>(std::floor(screen.maxX() - cornerRadius)) - 1, innerLeft, contentRight);
+    const int innerTop = std::clamp(static_cast<int>(std::ceil(screen.y)) + 1, contentTop, contentBottom);
+    const int innerBottom =
+        std::clamp(static_cast<int>(std::floor(screen.maxY())) - 1, innerTop, contentBottom);
+    if (local.screen && innerRight > innerLeft && innerBottom > innerTop) {
+        SceneShaderFeatures interior = body;
+        interior.screenInterior = true;
+        drawIn(contentLeft, contentTop, contentRight, innerTop, body);
+        drawIn(contentLeft, innerBottom, contentRight, contentBottom, body);
+        drawIn(contentLeft, innerTop, innerLeft, innerBottom, body);
+        drawIn(innerRight, innerTop, contentRight, innerBottom, body);
+        drawIn(innerLeft, innerTop, innerRight, innerBottom, interior);
+    } else {
+        drawIn(contentLeft, contentTop, contentRight, contentBottom, body);
+    }
     if (drawLocalLayersApart) {
         for (const RectValue& rect : rects) {
             drawIn(std::clamp(static_cast<int>(std::floor(rect.x)), 0, target.width),

@@ -22,6 +22,8 @@ constexpr GLuint captionUnit = 7;
 constexpr GLuint backgroundUnit = 8;
 constexpr GLuint deviceFrameUnit = 9;
 constexpr GLuint sceneUnitCount = 10;
+// Screen reads a pixel under motion blur, as the scene program takes them.
+constexpr int motionBlurSamples = 7;
 
 // Straight-alpha RGBA to premultiplied, so that filtering at transparent
 // edges does not bleed colour.
@@ -222,9 +224,14 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         const std::string renderer = name != nullptr ? name : "";
         softwareRenderer_ =
             renderer.find("llvmpipe") != std::string::npos || renderer.find("softpipe") != std::string::npos;
-        screenTextures_.setConvertsToRgba(*softwareRenderer_);
-        webcamTextures_.setConvertsToRgba(*softwareRenderer_);
     }
+    // Converting a frame costs about what reading its planes once at each of
+    // its pixels would: it pays off where the draw reads the screen at least
+    // that often. The webcam, drawn small, keeps its planes.
+    const double screenReads = static_cast<double>(target.width) * static_cast<double>(target.height) *
+                               (scene.motionBlurCamera ? motionBlurSamples : 1);
+    screenTextures_.setConvertsToRgba(*softwareRenderer_ &&
+                                      screenReads >= static_cast<double>(source.width) * source.height);
     screenTextures_.upload(source);
     if (webcam != nullptr) {
         webcamTextures_.upload(*webcam);

@@ -217,7 +217,7 @@ RenderContext::~RenderContext() {
 unsigned SceneShaderFeatures::bits() const noexcept {
     return (motionBlur ? 1U : 0U) | (cursor ? 2U : 0U) | (webcam ? 4U : 0U) | (deviceFrame ? 8U : 0U) |
            (caption ? 16U : 0U) | (backgroundImage ? 32U : 0U) | (screenRgba ? 64U : 0U) |
-           (webcamRgba ? 128U : 0U) | (screen ? 256U : 0U);
+           (webcamRgba ? 128U : 0U) | (screen ? 256U : 0U) | (screenInterior ? 512U : 0U);
 }
 
 GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
@@ -233,7 +233,7 @@ GLuint RenderContext::sceneProgram(const SceneShaderFeatures& features) {
         flag("RILO_WEBCAM", features.webcam) + flag("RILO_DEVICE_FRAME", features.deviceFrame) +
         flag("RILO_CAPTION", features.caption) + flag("RILO_BACKGROUND_IMAGE", features.backgroundImage) +
         flag("RILO_SCREEN_RGBA", features.screenRgba) + flag("RILO_WEBCAM_RGBA", features.webcamRgba) +
-        flag("RILO_SCREEN", features.screen);
+        flag("RILO_SCREEN", features.screen) + flag("RILO_SCREEN_INTERIOR", features.screenInterior);
     gl::Program program = linkProgram(shaders::sceneFragmentSource, definitions,
                                       {{"uScreenPlane0", 0},
                                        {"uScreenPlane1", 1},

@@ -67,6 +67,8 @@ struct SceneShaderFeatures {
     bool backgroundImage = false;
     bool screenRgba = false;
     bool webcamRgba = false;
+    // Only pixels the screen covers whole: no background, shadow or edge.
+    bool screenInterior = false;
 
     unsigned bits() const noexcept;
     friend bool operator==(const SceneShaderFeatures&, const SceneShaderFeatures&) = default;

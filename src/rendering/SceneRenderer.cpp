@@ -22,6 +22,8 @@ constexpr GLuint captionUnit = 7;
 constexpr GLuint backgroundUnit = 8;
 constexpr GLuint deviceFrameUnit = 9;
 constexpr GLuint sceneUnitCount = 10;
+// Screen reads a pixel under motion blur, as the scene program takes them.
+constexpr int motionBlurSamples = 7;
 
 // Straight-alpha RGBA to premultiplied, so that filtering at transparent
 // edges does not bleed colour.
@@ -216,6 +218,20 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
         throw SceneRendererError::encoderUnavailable();
     }
 
+    if (!softwareRenderer_) {
+        // Asked of the context that is current, which may be a window's.
+        const auto* name = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+        const std::string renderer = name != nullptr ? name : "";
+        softwareRenderer_ =
+            renderer.find("llvmpipe") != std::string::npos || renderer.find("softpipe") != std::string::npos;
+    }
+    // Converting a frame costs about what reading its planes once at each of
+    // its pixels would: it pays off where the draw reads the screen at least
+    // that often. The webcam, drawn small, keeps its planes.
+    const double screenReads = static_cast<double>(target.width) * static_cast<double>(target.height) *
+                               (scene.motionBlurCamera ? motionBlurSamples : 1);
+    screenTextures_.setConvertsToRgba(*softwareRenderer_ &&
+                                      screenReads >= static_cast<double>(source.width) * source.height);
     screenTextures_.upload(source);
     if (webcam != nullptr) {
         webcamTextures_.upload(*webcam);
@@ -378,7 +394,31 @@ void SceneRenderer::encode(const VideoFramePlanes& source, const VideoFramePlane
     drawIn(0, contentBottom, target.width, target.height, surround);
     drawIn(0, contentTop, contentLeft, contentBottom, surround);
     drawIn(contentRight, contentTop, target.width, contentBottom, surround);
-    drawIn(contentLeft, contentTop, contentRight, contentBottom, body);
+    // Well inside the screen's rounded edge (one pixel in from the straight
+    // edges, one beyond the corner radius across), the screen covers every
+    // pixel whole: there the program leaves out the background, the shadow
+    // and the edge. The rest of the content rectangle goes around it.
+    const RectValue screen = pixels(uniforms.screenRect);
+    const double cornerRadius = std::min(uniforms.output[2] * std::min(outputWidth, outputHeight),
+                                         0.5 * std::min(screen.width, screen.height));
+    const int innerLeft =
+        std::clamp(static_cast<int>(std::ceil(screen.x + cornerRadius)) + 1, contentLeft, contentRight);
+    const int innerRight =
+        std::clamp(static_cast<int>(std::floor(screen.maxX() - cornerRadius)) - 1, innerLeft, contentRight);
+    const int innerTop = std::clamp(static_cast<int>(std::ceil(screen.y)) + 1, contentTop, contentBottom);
+    const int innerBottom =
+        std::clamp(static_cast<int>(std::floor(screen.maxY())) - 1, innerTop, contentBottom);
+    if (local.screen && innerRight > innerLeft && innerBottom > innerTop) {
+        SceneShaderFeatures interior = body;
+        interior.screenInterior = true;
+        drawIn(contentLeft, contentTop, contentRight, innerTop, body);
+        drawIn(contentLeft, innerBottom, contentRight, contentBottom, body);
+        drawIn(contentLeft, innerTop, innerLeft, innerBottom, body);
+        drawIn(innerRight, innerTop, contentRight, innerBottom, body);
+        drawIn(innerLeft, innerTop, innerRight, innerBottom, interior);
+    } else {
+        drawIn(contentLeft, contentTop, contentRight, contentBottom, body);
+    }
     if (drawLocalLayersApart) {
         for (const RectValue& rect : rects) {
             drawIn(std::clamp(static_cast<int>(std::floor(rect.x)), 0, target.width),

@@ -99,6 +99,8 @@ private:
 
     VideoPlaneTextures screenTextures_;
     VideoPlaneTextures webcamTextures_;
+    // Whether the current context draws on the CPU, learnt at the first draw.
+    std::optional<bool> softwareRenderer_;
     gl::Texture intermediateTexture_;
     gl::Framebuffer intermediateFramebuffer_;
     int intermediateWidth_ = 0;

@@ -4,6 +4,11 @@
 
 #include <string>
 
+extern "C" {
+#include <libavutil/pixfmt.h>
+#include <libswscale/swscale.h>
+}
+
 namespace rilo {
 
 namespace {
@@ -41,7 +46,58 @@ void uploadPlane(const std::uint8_t* data, int stride, int width, int height, co
 
 } // namespace
 
+void VideoPlaneTextures::ConverterDeleter::operator()(SwsContext* context) const noexcept {
+    sws_freeContext(context);
+}
+
 void VideoPlaneTextures::upload(const VideoFramePlanes& frame) {
+    if (convertsToRgba_ && frame.layout != VideoPixelLayout::rgba) {
+        uploadPlanes(convertedToRgba(frame));
+    } else {
+        uploadPlanes(frame);
+    }
+}
+
+VideoFramePlanes VideoPlaneTextures::convertedToRgba(const VideoFramePlanes& frame) {
+    const int sourcePlanes = frame.layout == VideoPixelLayout::yuv420p ? 3 : 2;
+    if (frame.width <= 0 || frame.height <= 0) {
+        throw RenderContextError::textureCreation(0);
+    }
+    for (int plane = 0; plane < sourcePlanes; ++plane) {
+        if (frame.data[static_cast<std::size_t>(plane)] == nullptr) {
+            throw RenderContextError::textureCreation(0);
+        }
+    }
+    const AVPixelFormat format =
+        frame.layout == VideoPixelLayout::nv12 ? AV_PIX_FMT_NV12 : AV_PIX_FMT_YUV420P;
+    // Bilinear chroma in both directions, as the shader's filtered chroma
+    // read gives.
+    converter_.reset(sws_getCachedContext(
+        converter_.release(), frame.width, frame.height, format, frame.width, frame.height, AV_PIX_FMT_RGBA,
+        SWS_BILINEAR | SWS_FULL_CHR_H_INT | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+    if (!converter_) {
+        throw RenderContextError::textureCreation(0);
+    }
+    const int* coefficients =
+        sws_getCoefficients(frame.matrix == VideoColorMatrix::bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601);
+    sws_setColorspaceDetails(converter_.get(), coefficients, frame.fullRange ? 1 : 0, coefficients, 1, 0,
+                             1 << 16, 1 << 16);
+    converted_.resize(static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(frame.height) * 4);
+    std::array<std::uint8_t*, 4> target{converted_.data(), nullptr, nullptr, nullptr};
+    const std::array<int, 4> targetStrides{frame.width * 4, 0, 0, 0};
+    const std::array<int, 4> sourceStrides{frame.strides[0], frame.strides[1], frame.strides[2], 0};
+    sws_scale(converter_.get(), frame.data.data(), sourceStrides.data(), 0, frame.height, target.data(),
+              targetStrides.data());
+    VideoFramePlanes rgba;
+    rgba.layout = VideoPixelLayout::rgba;
+    rgba.width = frame.width;
+    rgba.height = frame.height;
+    rgba.data[0] = converted_.data();
+    rgba.strides[0] = targetStrides[0];
+    return rgba;
+}
+
+void VideoPlaneTextures::uploadPlanes(const VideoFramePlanes& frame) {
     const int planeCount = frame.layout == VideoPixelLayout::rgba ? 1 : 2;
     const int sourcePlanes = frame.layout == VideoPixelLayout::yuv420p ? 3 : planeCount;
     if (frame.width <= 0 || frame.height <= 0) {

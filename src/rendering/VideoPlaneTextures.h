@@ -7,13 +7,21 @@
 // reads chroma with one sample instead of two (each texture read is costly
 // on a software rasteriser). The shader converts to RGB with the matrix and
 // offset given here.
+//
+// Where the GPU is a CPU, YUV frames can instead be converted to RGBA before
+// the upload: one RGBA read a sample then replaces a luma and a chroma read
+// and the matrix, which at every pixel (seven times over under motion blur)
+// costs far more than converting each frame once.
 
 #include "rendering/GlObjects.h"
 #include "shared/VideoFramePlanes.h"
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
+
+struct SwsContext;
 
 namespace rilo {
 
@@ -22,6 +30,9 @@ public:
     // Uploads the frame's planes. Throws RenderContextError::textureCreation
     // for a frame without planes or when the upload fails.
     void upload(const VideoFramePlanes& frame);
+
+    // Whether YUV frames are converted to RGBA before upload (off at first).
+    void setConvertsToRgba(bool converts) noexcept { convertsToRgba_ = converts; }
 
     // Binds luma (or RGBA) to unit `first` and chroma to `first + 1` (the
     // first texture when there is none), and sets the program's uniforms
@@ -35,6 +46,17 @@ public:
     GLuint anyTexture() const noexcept { return planes_[0].get(); }
 
 private:
+    struct ConverterDeleter {
+        void operator()(SwsContext* context) const noexcept;
+    };
+
+    // The frame as RGBA in `converted_`.
+    VideoFramePlanes convertedToRgba(const VideoFramePlanes& frame);
+    void uploadPlanes(const VideoFramePlanes& frame);
+
+    bool convertsToRgba_ = false;
+    std::unique_ptr<SwsContext, ConverterDeleter> converter_;
+    std::vector<std::uint8_t> converted_;
     VideoPixelLayout layout_ = VideoPixelLayout::yuv420p;
     VideoColorMatrix matrix_ = VideoColorMatrix::bt709;
     bool fullRange_ = false;

@@ -6,7 +6,8 @@
 // Each optional layer is compiled in only when a frame needs it (the
 // RILO_... switches, defined to 0 or 1 ahead of this text): software
 // rasterisers run both sides of a branch, so a skipped layer must not be
-// there at all.
+// there at all. RILO_SCREEN_INTERIOR draws the pixels well inside the
+// screen's rounded edge, which the screen covers whole.
 precision highp float;
 precision highp int;
 
@@ -218,11 +219,15 @@ void main() {
     vec2 point = pixel / outputSize;
     float minimumMeasure = min(outputSize.x, outputSize.y);
 
-    vec3 color = background(point, pixel);
-
     vec4 screenRect = uScene[4] * vec4(outputSize, outputSize);
     float radius = min(uScene[0].z * minimumMeasure, 0.5 * min(screenRect.z, screenRect.w));
     bool hasFrame = uScene[6].x > 0.5;
+#if RILO_SCREEN_INTERIOR
+    // The screen hides the background and its own shadow here.
+    vec3 color = vec3(0.0);
+    float screenCoverage = 1.0;
+#else
+    vec3 color = background(point, pixel);
     if (!hasFrame) {
         // Soft shadow from the distance to the screen shape, lowered a little.
         float softness = 0.03 * minimumMeasure;
@@ -230,9 +235,12 @@ void main() {
         float shadow = 1.0 - smoothstep(-0.5 * softness, softness, shadowDistance);
         color *= 1.0 - 0.4 * shadow * shadow;
     }
-
 #if RILO_SCREEN
     float screenCoverage = coverage(roundedRectDistance(pixel, screenRect, radius));
+#endif
+#endif
+
+#if RILO_SCREEN
     if (screenCoverage > 0.0 && screenRect.z > 0.0 && screenRect.w > 0.0) {
         vec2 view = (pixel - screenRect.xy) / screenRect.zw;
         vec3 content = screenContent(view);

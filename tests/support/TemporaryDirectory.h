@@ -11,10 +11,11 @@ namespace rilo::testing {
 // contents when the object goes away.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory() {
+    TemporaryDirectory()
+        : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
+    explicit TemporaryDirectory(const std::filesystem::path& parent) {
         std::random_device random;
-        path_ = std::filesystem::temp_directory_path() /
-                ("rilo-test-" + std::to_string(random()) + "-" + std::to_string(random()));
+        path_ = parent / ("rilo-test-" + std::to_string(random()) + "-" + std::to_string(random()));
         std::filesystem::create_directories(path_);
     }
     ~TemporaryDirectory() {

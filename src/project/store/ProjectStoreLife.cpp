@@ -69,18 +69,35 @@ std::vector<std::filesystem::path> libraryEntries(const std::filesystem::path& l
 }
 
 // <UUID>.rilo.tmp (or .rilo) becomes <UUID>.rilo beside it; what is there
-// already is replaced.
+// already is replaced. The old package is first renamed to
+// <UUID>.rilo.discarding and removed only once the new one stands in its
+// place, so that a crash never leaves a partly removed package under the
+// finished name; a leftover .rilo.discarding is removed at the next start.
 ProjectPackage moveToFinalName(const ProjectPackage& package) {
     const std::filesystem::path root = standardized(package.rootURL);
-    const std::filesystem::path finalURL =
-        root.parent_path() / (root.stem().stem().string() + std::string(finishedPackageSuffix));
+    const std::string stem = root.stem().stem().string();
+    const std::filesystem::path finalURL = root.parent_path() / (stem + std::string(finishedPackageSuffix));
+    const std::filesystem::path discardingURL =
+        root.parent_path() / (stem + std::string(discardingPackageSuffix));
     std::error_code error;
-    if (finalURL != root && std::filesystem::exists(std::filesystem::symlink_status(finalURL, error))) {
-        std::filesystem::remove_all(finalURL, error);
+    const bool replaces =
+        finalURL != root && std::filesystem::exists(std::filesystem::symlink_status(finalURL, error));
+    if (replaces) {
+        std::filesystem::remove_all(discardingURL, error);
+        check(error, "无法替换项目：", finalURL);
+        std::filesystem::rename(finalURL, discardingURL, error);
         check(error, "无法替换项目：", finalURL);
     }
     std::filesystem::rename(root, finalURL, error);
+    if (error && replaces) {
+        std::error_code ignored;
+        std::filesystem::rename(discardingURL, finalURL, ignored);
+    }
     check(error, "无法移动项目：", root);
+    if (replaces) {
+        std::filesystem::remove_all(discardingURL, error);
+        check(error, "无法替换项目：", finalURL);
+    }
     return ProjectPackage{finalURL};
 }
 

@@ -153,8 +153,8 @@ TEST_F(CrashInjection, ManifestRewriteLeavesTheOldOrTheNewDocument) {
     const auto rowsBefore = store.recentProjects();
     const auto namesBefore = visibleFiles(package.rootURL);
     ProjectManifest changed = store.readManifest(package);
-    // Large enough that the bytes take several writes.
-    changed.source.title = std::string(512 * 1024, 'x');
+    // A document larger than a page.
+    changed.source.title = std::string(64 * 1024, 'x');
     changed.updatedAt = IsoDate{1'700'000'600};
     store.updateManifest(changed, package);
     const std::string newBytes = readFileBytes(package.manifestURL());

@@ -188,14 +188,14 @@ TEST(TimelineEffectZoomDragging, BoundariesKeepAtLeastOneFrameAndScaleAndFocusSt
     const Uuid id = timeline.zooms[0].id;
 
     // Dragging the start past the end stops one frame (floored) before it.
-    const ZoomSegment& start = Effects::updateZoomStart(timeline, id, ms(9000), tenSeconds).zooms[0];
+    const ZoomSegment start = Effects::updateZoomStart(timeline, id, ms(9000), tenSeconds).zooms[0];
     EXPECT_EQ(start.startTime, TimelineFrameGrid::floorBoundary(ms(5000) - frameLength));
     const std::int64_t total = (start.endTime - start.startTime).nanoseconds;
     EXPECT_EQ(riseOf(start) + fallOf(start), total);
     EXPECT_NEAR(static_cast<double>(riseOf(start)), total * 650.0 / 1150.0, 1);
 
     // Dragging the end before the start stops one frame after it.
-    const ZoomSegment& end = Effects::updateZoomEnd(timeline, id, ms(100), tenSeconds).zooms[0];
+    const ZoomSegment end = Effects::updateZoomEnd(timeline, id, ms(100), tenSeconds).zooms[0];
     EXPECT_EQ(end.endTime, ms(3000) + frameLength);
     EXPECT_LE(end.focusTime, end.holdEndTime);
 

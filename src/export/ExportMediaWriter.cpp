@@ -30,41 +30,10 @@ constexpr const char* movieTimeScale = "600";
 
 using Failure = ProjectExporterErrorCase;
 
-struct OutputContextDeleter {
-    void operator()(AVFormatContext* context) const noexcept {
-        if (context->pb != nullptr) {
-            avio_closep(&context->pb);
-        }
-        avformat_free_context(context);
-    }
-};
-using OutputContext = std::unique_ptr<AVFormatContext, OutputContextDeleter>;
-
-struct ScalerDeleter {
-    void operator()(SwsContext* context) const noexcept { sws_freeContext(context); }
-};
-using Scaler = std::unique_ptr<SwsContext, ScalerDeleter>;
-
-// Options handed to FFmpeg, which takes out what it uses.
-class Options {
-public:
-    Options() = default;
-    Options(const Options&) = delete;
-    Options& operator=(const Options&) = delete;
-    ~Options() { av_dict_free(&dictionary_); }
-
-    void set(const char* key, const std::string& value) { av_dict_set(&dictionary_, key, value.c_str(), 0); }
-    AVDictionary** get() noexcept { return &dictionary_; }
-
-private:
-    AVDictionary* dictionary_ = nullptr;
-};
-
-std::string errorText(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
+using ffmpeg::errorText;
+using ffmpeg::Options;
+using ffmpeg::OutputContext;
+using ffmpeg::Scaler;
 
 [[noreturn]] void fail(Failure failure) {
     throw ProjectExporterError(failure);

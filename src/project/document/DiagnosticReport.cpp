@@ -2,6 +2,38 @@
 
 #include "shared/ValueCodecs.h"
 
+namespace rilo {
+
+DiagnosticReport DiagnosticReport::make(const ProjectManifest& manifest, bool recovered,
+                                        std::vector<std::string> notes, const MachineFacts& facts,
+                                        std::optional<std::int64_t> queueDepth) {
+    DiagnosticReport report;
+    report.generatedAt = IsoDate::now();
+    report.projectID = manifest.id;
+    report.machine = facts.machine;
+    report.operatingSystem = facts.operatingSystem;
+    report.hostName = facts.hostName;
+    if (manifest.microphone) {
+        report.microphoneDevice = manifest.microphone->deviceName;
+    }
+    if (manifest.options.capturesSystemAudio) {
+        report.systemAudioOutputDevice = facts.systemAudioOutputDevice;
+    }
+    report.source = manifest.source;
+    report.encodedPixelSize = manifest.encodedPixelSize;
+    report.framesPerSecond = manifest.options.framesPerSecond;
+    report.queueDepth = queueDepth;
+    report.options = manifest.options;
+    report.duration = manifest.duration;
+    report.metrics = manifest.metrics;
+    report.writerStatus = manifest.metrics.writerStatus;
+    report.recovered = recovered;
+    report.notes = std::move(notes);
+    return report;
+}
+
+} // namespace rilo
+
 namespace rilo::json {
 
 DiagnosticReport Codec<DiagnosticReport>::decode(const Json& value, const std::string& path) {

@@ -30,6 +30,21 @@ struct DiagnosticReport {
     std::vector<std::string> notes;
 
     friend bool operator==(const DiagnosticReport&, const DiagnosticReport&) = default;
+
+    // What the machine is, read when the report is made.
+    struct MachineFacts {
+        std::string machine;
+        std::string operatingSystem;
+        std::optional<std::string> hostName;
+        std::optional<std::string> systemAudioOutputDevice;
+    };
+
+    // The report of a recording: the manifest's source, size, options,
+    // duration and metrics (with its writer status), the microphone it
+    // names, the machine's facts and the session's notes.
+    static DiagnosticReport make(const ProjectManifest& manifest, bool recovered,
+                                 std::vector<std::string> notes, const MachineFacts& facts,
+                                 std::optional<std::int64_t> queueDepth);
 };
 
 } // namespace rilo

@@ -5,8 +5,6 @@
 #include "capture/pulse/PulseConnection.h"
 #include "capture/pulse/PulseIntrospection.h"
 
-#include <pulse/error.h>
-
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -15,8 +13,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
+#include <pulse/error.h>
 #include <stop_token>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -32,6 +31,8 @@ constexpr std::int64_t framesPerBuffer = sampleRate / 100; // 10 ms
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::int64_t driftLimitNanoseconds = 20'000'000;
 constexpr std::chrono::seconds serverTimeout{5};
+// Enough to empty a socket that filled while the thread was kept waiting.
+constexpr int maximumCatchUpRounds = 256;
 constexpr const char* clientName = "Rilo";
 
 // The server hands over float32le as it is; this machine reads it as float.
@@ -39,7 +40,8 @@ static_assert(std::endian::native == std::endian::little);
 
 // Split into whole seconds first so that days of frames do not overflow.
 constexpr std::int64_t nanosecondsForFrames(std::int64_t frames) noexcept {
-    return frames / sampleRate * nanosecondsPerSecond + frames % sampleRate * nanosecondsPerSecond / sampleRate;
+    return frames / sampleRate * nanosecondsPerSecond +
+           frames % sampleRate * nanosecondsPerSecond / sampleRate;
 }
 
 constexpr std::int64_t framesForNanoseconds(std::int64_t nanoseconds) noexcept {
@@ -116,7 +118,8 @@ private:
 };
 
 struct PulseAudioCaptureSource::Capture {
-    Capture(bool isSystemAudio, SampleHandler sampleHandler, FailureHandler failureHandler, pulse::Deadline deadline)
+    Capture(bool isSystemAudio, SampleHandler sampleHandler, FailureHandler failureHandler,
+            pulse::Deadline deadline)
         : connection(clientName, deadline)
         , isSystemAudio(isSystemAudio)
         , sampleHandler(std::move(sampleHandler))
@@ -142,12 +145,13 @@ struct PulseAudioCaptureSource::Capture {
     std::string failureMessage() const;
 };
 
-void PulseAudioCaptureSource::Capture::connectStream(const std::string& sourceName, pulse::Deadline deadline) {
+void PulseAudioCaptureSource::Capture::connectStream(const std::string& sourceName,
+                                                     pulse::Deadline deadline) {
     const pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, sampleRate, channelCount};
     pa_channel_map channelMap;
     pa_channel_map_init_stereo(&channelMap);
-    stream.reset(pa_stream_new(connection.context(), isSystemAudio ? "Rilo 系统音频" : "Rilo 麦克风", &sampleSpec,
-                               &channelMap));
+    stream.reset(pa_stream_new(connection.context(), isSystemAudio ? "Rilo 系统音频" : "Rilo 麦克风",
+                               &sampleSpec, &channelMap));
     if (stream == nullptr) {
         throw pulse::PulseServerError(connection.lastError());
     }
@@ -183,13 +187,26 @@ void PulseAudioCaptureSource::Capture::run(const std::stop_token& stopToken) {
     pa_mainloop* mainloop = connection.mainloop();
     const std::stop_callback wake(stopToken, [mainloop] { pa_mainloop_wakeup(mainloop); });
     while (!stopToken.stop_requested() && !hasEnded) {
-        if (pa_mainloop_iterate(mainloop, 1, nullptr) < 0) {
+        // Wait for the next event, then take in whatever else has already
+        // arrived: libpulse takes one packet from the socket per round, and
+        // the time estimate must see all the sound that is on its way, or a
+        // late wake-up would make the first packets look fresh.
+        int dispatched = pa_mainloop_iterate(mainloop, 1, nullptr);
+        for (int round = 0; dispatched > 0 && round < maximumCatchUpRounds; ++round) {
+            dispatched = pa_mainloop_iterate(mainloop, 0, nullptr);
+        }
+        if (dispatched < 0) {
             end(failureMessage());
+        } else if (!hasEnded && !stopToken.stop_requested()) {
+            readAvailable();
         }
     }
 }
 
 void PulseAudioCaptureSource::Capture::readAvailable() {
+    if (pa_stream_get_state(stream.get()) != PA_STREAM_READY) {
+        return;
+    }
     const auto arrivalNanoseconds = static_cast<std::int64_t>(hostUptimeNanoseconds());
     const std::int64_t firstFrameNanoseconds = arrivalNanoseconds - oldestUnreadFrameAgeNanoseconds();
     std::int64_t framesRead = 0;
@@ -207,7 +224,8 @@ void PulseAudioCaptureSource::Capture::readAvailable() {
         // silence so that the buffers stay contiguous.
         const auto frameCount = static_cast<std::int64_t>(byteCount / bytesPerFrame);
         for (std::int64_t offset = 0; offset < frameCount && !hasEnded; offset += framesPerBuffer) {
-            const float* samples = data == nullptr ? nullptr : static_cast<const float*>(data) + offset * channelCount;
+            const float* samples =
+                data == nullptr ? nullptr : static_cast<const float*>(data) + offset * channelCount;
             deliver(samples, std::min(framesPerBuffer, frameCount - offset),
                     firstFrameNanoseconds + nanosecondsForFrames(framesRead + offset));
         }
@@ -223,7 +241,8 @@ void PulseAudioCaptureSource::Capture::deliver(const float* samples, std::int64_
     if (keptFrames <= 0) {
         return;
     }
-    auto values = std::make_shared<std::vector<float>>(static_cast<std::size_t>(keptFrames * channelCount), 0.0F);
+    auto values =
+        std::make_shared<std::vector<float>>(static_cast<std::size_t>(keptFrames * channelCount), 0.0F);
     if (samples != nullptr) {
         const float* first = samples + placement.skippedFrames * channelCount;
         std::copy(first, first + keptFrames * channelCount, values->begin());
@@ -261,7 +280,8 @@ void PulseAudioCaptureSource::Capture::end(const std::string& message) {
 // is no help: for a monitor it counts in the output's latency, which an idle
 // output sets high and a playing one low.)
 std::int64_t PulseAudioCaptureSource::Capture::oldestUnreadFrameAgeNanoseconds() {
-    const auto pendingFrames = static_cast<std::int64_t>(pa_stream_readable_size(stream.get()) / bytesPerFrame);
+    const auto pendingFrames =
+        static_cast<std::int64_t>(pa_stream_readable_size(stream.get()) / bytesPerFrame);
     std::int64_t ageNanoseconds = nanosecondsForFrames(pendingFrames);
     if (const pa_timing_info* timing = pa_stream_get_timing_info(stream.get())) {
         ageNanoseconds += static_cast<std::int64_t>(timing->source_usec + timing->transport_usec) * 1'000;
@@ -284,8 +304,8 @@ PulseAudioCaptureSource::openCapture(SampleHandler handler, FailureHandler failu
         const std::scoped_lock lock(inputMutex_);
         input = input_;
     }
-    auto capture = std::make_unique<Capture>(input.isSystemAudio, std::move(handler), std::move(failureHandler),
-                                             deadline);
+    auto capture = std::make_unique<Capture>(input.isSystemAudio, std::move(handler),
+                                             std::move(failureHandler), deadline);
     if (input.isSystemAudio) {
         // The output that plays now, which may not be the one of the last recording.
         const pulse::SinkDescription output = pulse::defaultSink(capture->connection, deadline);
@@ -313,12 +333,10 @@ void PulseAudioCaptureSource::start(SampleHandler handler, FailureHandler failur
         }
         throw MicrophoneCaptureError::deviceUnavailable();
     }
-    // Callbacks are set only now, so that nothing reaches the handlers
-    // before start() returns, nor on this thread.
+    // Failures are watched only now, so that nothing reaches the handlers
+    // before start() returns, nor on this thread. Sound is read by the loop
+    // of the capture thread.
     Capture* const target = capture.get();
-    pa_stream_set_read_callback(
-        target->stream.get(),
-        [](pa_stream*, std::size_t, void* userdata) { static_cast<Capture*>(userdata)->readAvailable(); }, target);
     pa_stream_set_state_callback(
         target->stream.get(),
         [](pa_stream* stream, void* userdata) {
@@ -348,7 +366,8 @@ std::unique_ptr<AudioCaptureSource> makeSystemAudioCaptureSource() {
     return std::make_unique<PulseAudioCaptureSource>(AudioInput{true, {}, {}});
 }
 
-std::unique_ptr<AudioCaptureSource> makeMicrophoneCaptureSource(const MicrophoneDeviceDescriptor& microphone) {
+std::unique_ptr<AudioCaptureSource>
+makeMicrophoneCaptureSource(const MicrophoneDeviceDescriptor& microphone) {
     return std::make_unique<PulseAudioCaptureSource>(AudioInput{false, microphone.id, microphone.name});
 }
 

@@ -1,9 +1,8 @@
 #include "capture/pulse/PulseConnection.h"
 
-#include <pulse/error.h>
-
 #include <algorithm>
 #include <cstdint>
+#include <pulse/error.h>
 
 namespace rilo::pulse {
 
@@ -67,7 +66,8 @@ void PulseConnection::runUntil(const std::function<bool()>& isDone, Deadline dea
         // spinning through the last microsecond.
         const auto timeoutMicroseconds =
             std::max<std::int64_t>(1, std::chrono::ceil<std::chrono::microseconds>(remaining).count());
-        if (pa_mainloop_prepare(mainloop_.get(), static_cast<int>(std::min<std::int64_t>(timeoutMicroseconds, 1'000'000'000))) < 0 ||
+        if (pa_mainloop_prepare(mainloop_.get(), static_cast<int>(std::min<std::int64_t>(
+                                                     timeoutMicroseconds, 1'000'000'000))) < 0 ||
             pa_mainloop_poll(mainloop_.get()) < 0 || pa_mainloop_dispatch(mainloop_.get()) < 0) {
             throw PulseServerError(PA_ERR_INTERNAL);
         }
@@ -78,7 +78,8 @@ void PulseConnection::await(OperationHandle operation, Deadline deadline) {
     if (operation == nullptr) {
         throw PulseServerError(lastError());
     }
-    runUntil([&operation] { return pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING; }, deadline);
+    runUntil([&operation] { return pa_operation_get_state(operation.get()) != PA_OPERATION_RUNNING; },
+             deadline);
 }
 
 } // namespace rilo::pulse

@@ -5,14 +5,13 @@
 // runs: on the calling thread with a deadline while setting things up, and on
 // a capture thread afterwards. Neither is safe to use from two threads at once.
 
+#include <chrono>
+#include <functional>
+#include <memory>
 #include <pulse/context.h>
 #include <pulse/mainloop.h>
 #include <pulse/operation.h>
 #include <pulse/stream.h>
-
-#include <chrono>
-#include <functional>
-#include <memory>
 #include <stdexcept>
 #include <string>
 

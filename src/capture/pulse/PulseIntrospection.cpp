@@ -19,7 +19,8 @@ ServerDefaults serverDefaults(PulseConnection& connection, Deadline deadline) {
             result.sourceName = text(info->default_source_name);
         }
     };
-    connection.await(OperationHandle(pa_context_get_server_info(connection.context(), onInfo, &defaults)), deadline);
+    connection.await(OperationHandle(pa_context_get_server_info(connection.context(), onInfo, &defaults)),
+                     deadline);
     return defaults;
 }
 
@@ -31,8 +32,8 @@ std::vector<SourceDescription> sources(PulseConnection& connection, Deadline dea
                 {text(info->name), text(info->description), info->monitor_of_sink != PA_INVALID_INDEX});
         }
     };
-    connection.await(OperationHandle(pa_context_get_source_info_list(connection.context(), onSource, &result)),
-                     deadline);
+    connection.await(
+        OperationHandle(pa_context_get_source_info_list(connection.context(), onSource, &result)), deadline);
     return result;
 }
 
@@ -45,9 +46,9 @@ std::optional<SinkDescription> sink(PulseConnection& connection, const std::stri
                 SinkDescription{text(info->name), text(info->description), text(info->monitor_source_name)};
         }
     };
-    connection.await(
-        OperationHandle(pa_context_get_sink_info_by_name(connection.context(), name.c_str(), onSink, &result)),
-        deadline);
+    connection.await(OperationHandle(pa_context_get_sink_info_by_name(connection.context(), name.c_str(),
+                                                                      onSink, &result)),
+                     deadline);
     return result;
 }
 

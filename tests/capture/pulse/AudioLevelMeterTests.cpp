@@ -1,8 +1,7 @@
 #include "capture/AudioLevelMeter.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -26,11 +25,11 @@ AudioSampleBuffer squareWave(float amplitude) {
 }
 
 TEST(AudioLevelMeterTest, MapsMinusSixtyToZeroDecibelsOntoTheUnitRange) {
-    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(0.001F)), 0.0, 1e-6);         // -60 dBFS
-    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(0.0316228F)), 0.5, 1e-6);     // -30 dBFS
-    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(1.0F)), 1.0, 1e-9);           // full scale
-    EXPECT_DOUBLE_EQ(*AudioLevelMeter::normalizedLevel(squareWave(0.0001F)), 0.0);         // below the floor
-    EXPECT_DOUBLE_EQ(*AudioLevelMeter::normalizedLevel(squareWave(4.0F)), 1.0);            // clipped input
+    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(0.001F)), 0.0, 1e-6);     // -60 dBFS
+    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(0.0316228F)), 0.5, 1e-6); // -30 dBFS
+    EXPECT_NEAR(*AudioLevelMeter::normalizedLevel(squareWave(1.0F)), 1.0, 1e-9);       // full scale
+    EXPECT_DOUBLE_EQ(*AudioLevelMeter::normalizedLevel(squareWave(0.0001F)), 0.0);     // below the floor
+    EXPECT_DOUBLE_EQ(*AudioLevelMeter::normalizedLevel(squareWave(4.0F)), 1.0);        // clipped input
 }
 
 TEST(AudioLevelMeterTest, SilenceAndUnreadableSamplesShowNoLevel) {

@@ -1,5 +1,4 @@
 #include "PulseAudioTestFixture.h"
-
 #include "capture/AudioLevelMeter.h"
 #include "capture/CaptureDeviceErrors.h"
 #include "capture/MediaTime.h"
@@ -7,12 +6,11 @@
 #include "capture/pulse/PulseAudioDeviceService.h"
 #include "support/Thrown.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -222,7 +220,8 @@ TEST_F(PulseAudioCaptureSourceTest, AfterTheOutputWasSuspendedTheTimeStampsFollo
 
 TEST_F(PulseAudioCaptureSourceTest, StartFailsWithoutTheDeviceOrTheServer) {
     Receiver receiver;
-    std::unique_ptr<AudioCaptureSource> unplugged = makeMicrophoneCaptureSource({"rilo_unplugged", "USB", false});
+    std::unique_ptr<AudioCaptureSource> unplugged =
+        makeMicrophoneCaptureSource({"rilo_unplugged", "USB", false});
     EXPECT_EQ(thrownCase<MicrophoneCaptureError>(
                   [&] { unplugged->start(receiver.sampleHandler(), receiver.failureHandler()); }),
               MicrophoneCaptureErrorCase::deviceUnavailable);
@@ -270,7 +269,8 @@ TEST_F(PulseAudioCaptureSourceTest, SystemAudioEndsWhenTheServerGoesAway) {
     source->stop();
 
     ASSERT_EQ(receiver.failures().size(), 1U);
-    EXPECT_TRUE(receiver.failures().front().starts_with("系统音频当前不可用：")) << receiver.failures().front();
+    EXPECT_TRUE(receiver.failures().front().starts_with("系统音频当前不可用："))
+        << receiver.failures().front();
 }
 
 } // namespace

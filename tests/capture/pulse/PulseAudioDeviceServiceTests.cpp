@@ -1,12 +1,10 @@
 #include "PulseAudioTestFixture.h"
-
 #include "capture/CaptureDeviceErrors.h"
 #include "capture/pulse/PulseAudioDeviceService.h"
 #include "support/Thrown.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <string>
 
 namespace rilo {
@@ -19,7 +17,8 @@ protected:
     PulseAudioDeviceService service;
 };
 
-MicrophoneDeviceDescriptor withID(const std::vector<MicrophoneDeviceDescriptor>& devices, const std::string& id) {
+MicrophoneDeviceDescriptor withID(const std::vector<MicrophoneDeviceDescriptor>& devices,
+                                  const std::string& id) {
     const auto found = std::ranges::find(devices, id, &MicrophoneDeviceDescriptor::id);
     return found == devices.end() ? MicrophoneDeviceDescriptor{} : *found;
 }
@@ -67,7 +66,8 @@ TEST_F(PulseAudioDeviceServiceTest, WithoutAServerThereIsNothingToRecord) {
     EXPECT_TRUE(service.microphones().empty());
     EXPECT_EQ(thrownMessage<MicrophoneCaptureError>([&] { service.resolveMicrophone(std::nullopt); }),
               "没有找到可用麦克风。");
-    const auto message = thrownMessage<SystemAudioCaptureError>([&] { service.systemAudioMonitorSourceName(); });
+    const auto message =
+        thrownMessage<SystemAudioCaptureError>([&] { service.systemAudioMonitorSourceName(); });
     ASSERT_TRUE(message);
     EXPECT_TRUE(message->starts_with("系统音频当前不可用：")) << *message;
 }

@@ -2,9 +2,8 @@
 
 #include "PulseAudioTestServer.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
+#include <gtest/gtest.h>
 #include <optional>
 
 namespace rilo::testing {

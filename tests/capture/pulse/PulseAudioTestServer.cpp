@@ -48,7 +48,8 @@ bool acceptsConnections(const std::filesystem::path& socketPath) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
-    const bool connected = ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    const bool connected =
+        ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
     ::close(client);
     return connected;
 }
@@ -140,10 +141,11 @@ PulseAudioTestServer::PulseAudioTestServer(const std::filesystem::path& program)
     posix_spawn_file_actions_init(&actions);
     const std::string logPath = (directory_ / "daemon.log").string();
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0600);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    const int spawned =
-        ::posix_spawn(&daemon_, arguments[0], &actions, nullptr, arguments.data(), environmentPointers.data());
+    const int spawned = ::posix_spawn(&daemon_, arguments[0], &actions, nullptr, arguments.data(),
+                                      environmentPointers.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         daemon_ = -1;

@@ -30,10 +30,8 @@ constexpr std::size_t bytesPerFrame = sizeof(float) * channelCount;
 constexpr std::int64_t framesPerBuffer = sampleRate / 100; // 10 ms
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 constexpr std::int64_t driftLimitNanoseconds = 20'000'000;
-constexpr std::chrono::seconds serverTimeout{5};
 // Enough to empty a socket that filled while the thread was kept waiting.
 constexpr int maximumCatchUpRounds = 256;
-constexpr const char* clientName = "Rilo";
 
 // The server hands over float32le as it is; this machine reads it as float.
 static_assert(std::endian::native == std::endian::little);
@@ -120,7 +118,7 @@ private:
 struct PulseAudioCaptureSource::Capture {
     Capture(bool isSystemAudio, SampleHandler sampleHandler, FailureHandler failureHandler,
             pulse::Deadline deadline)
-        : connection(clientName, deadline)
+        : connection(pulse::applicationName, deadline)
         , isSystemAudio(isSystemAudio)
         , sampleHandler(std::move(sampleHandler))
         , failureHandler(std::move(failureHandler)) {}
@@ -253,10 +251,13 @@ void PulseAudioCaptureSource::Capture::deliver(const float* samples, std::int64_
     buffer.channelCount = channelCount;
     buffer.frameCount = keptFrames;
     buffer.samples = std::move(values);
+    // A handler that throws ends capture like a failure of the device would.
     try {
         sampleHandler(buffer);
     } catch (const std::exception& error) {
         end(error.what());
+    } catch (...) {
+        end(failureMessage());
     }
 }
 
@@ -298,7 +299,7 @@ std::string PulseAudioCaptureSource::Capture::failureMessage() const {
 
 std::unique_ptr<PulseAudioCaptureSource::Capture>
 PulseAudioCaptureSource::openCapture(SampleHandler handler, FailureHandler failureHandler) {
-    const pulse::Deadline deadline = std::chrono::steady_clock::now() + serverTimeout;
+    const pulse::Deadline deadline = std::chrono::steady_clock::now() + pulse::serverAnswerTimeout;
     AudioInput input;
     {
         const std::scoped_lock lock(inputMutex_);

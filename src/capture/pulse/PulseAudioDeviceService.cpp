@@ -11,18 +11,16 @@ namespace rilo {
 
 namespace {
 
-constexpr std::chrono::seconds serverTimeout{5};
-constexpr const char* clientName = "Rilo";
 constexpr const char* defaultDeviceID = "default";
 
 pulse::Deadline deadlineFromNow() {
-    return std::chrono::steady_clock::now() + serverTimeout;
+    return std::chrono::steady_clock::now() + pulse::serverAnswerTimeout;
 }
 
 pulse::SinkDescription defaultSinkOrThrow() {
     try {
         const pulse::Deadline deadline = deadlineFromNow();
-        pulse::PulseConnection connection(clientName, deadline);
+        pulse::PulseConnection connection(pulse::applicationName, deadline);
         return pulse::defaultSink(connection, deadline);
     } catch (const pulse::PulseServerError& error) {
         throw SystemAudioCaptureError::unavailable(error.what());
@@ -35,7 +33,7 @@ std::vector<MicrophoneDeviceDescriptor> PulseAudioDeviceService::microphones() c
     std::vector<MicrophoneDeviceDescriptor> result;
     try {
         const pulse::Deadline deadline = deadlineFromNow();
-        pulse::PulseConnection connection(clientName, deadline);
+        pulse::PulseConnection connection(pulse::applicationName, deadline);
         const pulse::ServerDefaults defaults = pulse::serverDefaults(connection, deadline);
         for (const pulse::SourceDescription& source : pulse::sources(connection, deadline)) {
             if (!source.isMonitor) {

@@ -1,7 +1,6 @@
 #include "capture/pulse/PulseConnection.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <pulse/error.h>
 
 namespace rilo::pulse {
@@ -62,12 +61,10 @@ void PulseConnection::runUntil(const std::function<bool()>& isDone, Deadline dea
         if (remaining <= std::chrono::steady_clock::duration::zero()) {
             throw PulseServerError(PA_ERR_TIMEOUT);
         }
-        // The loop's timeout is in microseconds; rounding up keeps it from
-        // spinning through the last microsecond.
-        const auto timeoutMicroseconds =
-            std::max<std::int64_t>(1, std::chrono::ceil<std::chrono::microseconds>(remaining).count());
-        if (pa_mainloop_prepare(mainloop_.get(), static_cast<int>(std::min<std::int64_t>(
-                                                     timeoutMicroseconds, 1'000'000'000))) < 0 ||
+        // Rounded up, so that the last microsecond is waited for, not spun through.
+        const auto timeout = std::chrono::ceil<std::chrono::microseconds>(
+            std::min<std::chrono::steady_clock::duration>(remaining, std::chrono::seconds(60)));
+        if (pa_mainloop_prepare(mainloop_.get(), static_cast<int>(timeout.count())) < 0 ||
             pa_mainloop_poll(mainloop_.get()) < 0 || pa_mainloop_dispatch(mainloop_.get()) < 0) {
             throw PulseServerError(PA_ERR_INTERNAL);
         }

@@ -19,6 +19,11 @@ namespace rilo::pulse {
 
 using Deadline = std::chrono::steady_clock::time_point;
 
+// How the server lists us among its clients.
+inline constexpr const char* applicationName = "Rilo";
+// How long a server may take to answer before it counts as unreachable.
+inline constexpr std::chrono::seconds serverAnswerTimeout{5};
+
 // A failure reported by the sound server or by libpulse: its error number
 // (PA_ERR_...) and libpulse's text for it.
 class PulseServerError : public std::runtime_error {
@@ -53,7 +58,7 @@ using OperationHandle = std::unique_ptr<pa_operation, OperationDeleter>;
 
 class PulseConnection {
 public:
-    // Connects as `clientName` to the server that libpulse finds for this
+    // Connects as `clientName` (normally applicationName) to the server that libpulse finds for this
     // session (PULSE_SERVER, client.conf, the user's runtime directory). No
     // server is spawned: a fresh one would have nothing playing into it.
     // Throws PulseServerError when no server answers before the deadline.

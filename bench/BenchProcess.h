@@ -19,6 +19,7 @@ namespace rilo::bench {
 struct RunFigures {
     double wallMilliseconds = 0;
     long maximumResidentKilobytes = 0;
+    double cpuSeconds = 0; // user and system time of the program
     int exitCode = -1;
     std::string output;
 };
@@ -70,6 +71,8 @@ inline RunFigures runProgram(const std::string& program, const std::vector<std::
     figures.wallMilliseconds =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     figures.maximumResidentKilobytes = usage.ru_maxrss;
+    figures.cpuSeconds = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     figures.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return figures;
 }

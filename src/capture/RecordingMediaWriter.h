@@ -108,7 +108,7 @@ public:
     FrameCounts frameCounts() const;
 
     // Pictures that may wait for the encoder before a new one is dropped.
-    static constexpr int maximumPendingFrames = 3;
+    static constexpr int maximumPendingFrames = 4;
 
 private:
     class State;

@@ -1,9 +1,8 @@
 #include "capture/CaptureContent.h"
 #include "capture/MediaTime.h"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 
 namespace rilo {
@@ -33,12 +32,14 @@ TEST(DisplayCaptureGeometry, SizesStayWithinTheLongestEdgeAndEven) {
     display.globalFrame = {1920, 0, 1280, 800};
     display.pointPixelScale = 2;
     // Larger than the display: clamped to it.
-    const CaptureSourceDescriptor whole = DisplayCaptureGeometry::croppedSource(display, {-50, 100, 2000, 900});
+    const CaptureSourceDescriptor whole =
+        DisplayCaptureGeometry::croppedSource(display, {-50, 100, 2000, 900});
     EXPECT_EQ(whole.areaSourceRect, (RectValue{0, 0, 1280, 800}));
     EXPECT_EQ(whole.kind, CaptureSourceKind::area);
     EXPECT_EQ(whole.nativeID, 7U);
     // Inside: rounded to whole pixels of the display, placed on the desktop.
-    const CaptureSourceDescriptor area = DisplayCaptureGeometry::croppedSource(display, {10.3, 20, 300.2, 200});
+    const CaptureSourceDescriptor area =
+        DisplayCaptureGeometry::croppedSource(display, {10.3, 20, 300.2, 200});
     EXPECT_EQ(area.areaSourceRect, (RectValue{10.5, 20, 300, 200}));
     EXPECT_EQ(area.globalFrame, (RectValue{1930.5, 20, 300, 200}));
     EXPECT_EQ(area.initialPixelSize, PixelSize(600, 400));

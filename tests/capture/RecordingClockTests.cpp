@@ -10,7 +10,9 @@ namespace {
 
 constexpr std::uint64_t second = 1'000'000'000;
 
-MediaTime at(std::int64_t nanoseconds) { return MediaTime::nanoseconds(nanoseconds); }
+MediaTime at(std::int64_t nanoseconds) {
+    return MediaTime::nanoseconds(nanoseconds);
+}
 
 TEST(RecordingClock, HostTimesMapFromTheLatestStartOrResumeAndNotWhilePaused) {
     RecordingClock clock;
@@ -37,9 +39,9 @@ TEST(RecordingClock, DiscontinuitiesAreFramesWhoseVideoAndHostTimesMoveApartByMo
     RecordingClock clock;
     clock.start(at(0), 0);
     const std::int64_t video = 16'700'000;
-    EXPECT_FALSE(clock.observe(at(video), 66'700'000));       // 50 ms apart exactly
+    EXPECT_FALSE(clock.observe(at(video), 66'700'000));                 // 50 ms apart exactly
     EXPECT_TRUE(clock.observe(at(2 * video), 66'700'000 + 66'800'000)); // 50.1 ms
-    EXPECT_TRUE(clock.observe(at(2 * video), 200'000'000));  // the video stood still
+    EXPECT_TRUE(clock.observe(at(2 * video), 200'000'000));             // the video stood still
     clock.pause();
     // The first frame after a pause has nothing to compare with.
     EXPECT_FALSE(clock.observe(at(10 * second), 1));
@@ -50,7 +52,8 @@ TEST(RecordingClock, PeriodicAnchorsAreTenSecondsOfProjectTimeApartAndMeasureDri
     clock.start(at(0), 1000);
     EXPECT_FALSE(clock.recordDiagnosticAnchor(at(10 * second - 1), 1000 + 10 * second));
     // The host clock ran 2 ms slower than the video clock.
-    const std::optional<ClockAnchor> anchor = clock.recordDiagnosticAnchor(at(10 * second), 1000 + 10 * second - 2'000'000);
+    const std::optional<ClockAnchor> anchor =
+        clock.recordDiagnosticAnchor(at(10 * second), 1000 + 10 * second - 2'000'000);
     ASSERT_TRUE(anchor);
     EXPECT_EQ(anchor->offsetNanoseconds, 2'000'000);
     EXPECT_FALSE(clock.recordDiagnosticAnchor(at(15 * second), 1000 + 15 * second));
@@ -64,7 +67,8 @@ TEST(ScreenRecordingSession, TheFirstFrameAfterAPauseFollowsTheLastOneByOneFrame
     // The paused time becomes the source offset of every later frame.
     EXPECT_NEAR(nanosecondsFromMediaTime(input - resumed), 60 * second, 40'000'000);
     // Paused before the first frame: the frame keeps its place.
-    EXPECT_EQ(ScreenRecordingSession::resumedOutputPTS(input, std::nullopt, at(7), 30), at(65 * second + 116));
+    EXPECT_EQ(ScreenRecordingSession::resumedOutputPTS(input, std::nullopt, at(7), 30),
+              at(65 * second + 116));
 }
 
 TEST(GeometryTracker, RevisionsOnlyChangeWithTheGeometry) {

@@ -13,8 +13,8 @@ extern "C" {
 #include <csignal>
 #include <gtest/gtest.h>
 #include <random>
-#include <thread>
 #include <sys/resource.h>
+#include <thread>
 
 namespace rilo {
 namespace {
@@ -44,8 +44,9 @@ AudioSampleBuffer tone(std::int64_t nanoseconds, std::int64_t frames) {
 }
 
 json::Json probe(const std::filesystem::path& movie) {
-    const testing::ProcessResult result = testing::runProcess(
-        "/usr/bin/ffprobe", {"-v", "error", "-count_packets", "-show_streams", "-of", "json", movie.string()});
+    const testing::ProcessResult result =
+        testing::runProcess("/usr/bin/ffprobe", {"-v", "error", "-count_packets", "-show_streams", "-of",
+                                                 "json", movie.string()});
     EXPECT_EQ(result.exitCode, 0) << result.standardError;
     return json::parse(result.standardOutput)["streams"];
 }
@@ -66,7 +67,7 @@ TEST_F(RecordingMediaWriterTest, TheFileBeginsAtTheFirstScreenFrameWithItsTracks
     const std::int64_t start = 100 * second;
 
     writer.append(tone(start - second / 10, 4800), RecordingAudioTrack::systemAudio); // before the file
-    writer.appendWebcam(picture(start - second / 10, 320, 180, 1));                     // dropped, counted
+    writer.appendWebcam(picture(start - second / 10, 320, 180, 1));                   // dropped, counted
     for (int i = 0; i < 30; ++i) {
         const std::int64_t time = start + i * second / 30;
         writer.append(picture(time, 320, 240, static_cast<unsigned>(i)));
@@ -142,7 +143,8 @@ TEST_F(RecordingMediaWriterTest, ACancelledWriterRefusesEverySample) {
     writer.append(picture(0, 320, 240, 1));
     writer.cancel();
     EXPECT_THROW(writer.append(picture(second, 320, 240, 2)), RecordingMediaWriterError);
-    EXPECT_THROW(writer.append(tone(second, 480), RecordingAudioTrack::systemAudio), RecordingMediaWriterError);
+    EXPECT_THROW(writer.append(tone(second, 480), RecordingAudioTrack::systemAudio),
+                 RecordingMediaWriterError);
 }
 
 } // namespace

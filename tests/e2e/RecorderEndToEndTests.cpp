@@ -39,9 +39,10 @@ protected:
         return {{"XDG_DATA_HOME", dataHome.path().string()}, {"DISPLAY", desktop->display()}};
     }
 
-    std::unique_ptr<testing::BackgroundProcess> startRecorder(const std::vector<std::string>& arguments) const {
-        return std::make_unique<testing::BackgroundProcess>(testing::buildDirectory() / "rilo-record", arguments,
-                                                            environment());
+    std::unique_ptr<testing::BackgroundProcess>
+    startRecorder(const std::vector<std::string>& arguments) const {
+        return std::make_unique<testing::BackgroundProcess>(testing::buildDirectory() / "rilo-record",
+                                                            arguments, environment());
     }
 
     testing::ProcessResult record(const std::vector<std::string>& arguments) const {
@@ -89,9 +90,9 @@ TEST_F(RecorderEndToEnd, RecordsTheDesktopWithTheMouseIntoAFinishedProject) {
     waitUntilRecording();
     // One xdotool run, so that the spacing of the clicks is its own sleeps.
     // (click waits after itself; a press and a release do not).
-    desktop->xdotool({"mousemove", "400", "300", "sleep", "0.3", "mousedown", "1", "mouseup", "1", "sleep", "1.2",
-                      "mousemove", "1200", "700", "mousedown", "1", "mouseup", "1", "sleep", "0.8", "mousedown", "1",
-                      "mouseup", "1"});
+    desktop->xdotool({"mousemove", "400", "300",       "sleep", "0.3",     "mousedown", "1", "mouseup", "1",
+                      "sleep",     "1.2", "mousemove", "1200",  "700",     "mousedown", "1", "mouseup", "1",
+                      "sleep",     "0.8", "mousedown", "1",     "mouseup", "1"});
     const testing::ProcessResult result = recorder->wait();
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
     const Json answer = json::parse(result.standardOutput);
@@ -123,7 +124,8 @@ TEST_F(RecorderEndToEnd, RecordsTheDesktopWithTheMouseIntoAFinishedProject) {
     EXPECT_TRUE(movedTo(1200, 700));
 
     // The media agrees with the manifest, and every tick is a frame or a drop.
-    const ProjectManifest manifest = json::decodeDocument<ProjectManifest>(readFileBytes(package / "manifest.json"));
+    const ProjectManifest manifest =
+        json::decodeDocument<ProjectManifest>(readFileBytes(package / "manifest.json"));
     const double manifestSeconds = manifest.duration.seconds();
     EXPECT_NEAR(manifestSeconds, 8, 0.2);
     const MediaAssetSummary media = FFmpegMediaAssetInspector().inspect(package / "media/recording.mov");
@@ -162,9 +164,10 @@ TEST_F(RecorderEndToEnd, AKilledRecorderLeavesAPackageThatRecoveryOpens) {
 }
 
 TEST_F(RecorderEndToEnd, AWindowThatVanishesEndsTheRecordingAndKeepsItForRecovery) {
-    testing::BackgroundProcess window(testing::programOnPath("xmessage"),
-                                      {"-geometry", "400x300+200+150", "-name", "rilo-test-window", "vanishing"},
-                                      {{"DISPLAY", desktop->display()}});
+    testing::BackgroundProcess window(
+        testing::programOnPath("xmessage"),
+        {"-geometry", "400x300+200+150", "-name", "rilo-test-window", "vanishing"},
+        {{"DISPLAY", desktop->display()}});
     const std::string windowID = desktop->xdotool({"search", "--sync", "--classname", "rilo-test-window"});
     auto recorder = startRecorder({"--window", windowID.substr(0, windowID.find('\n')), "--fps", "30"});
     const std::filesystem::path unfinished = waitUntilRecording();
@@ -175,7 +178,8 @@ TEST_F(RecorderEndToEnd, AWindowThatVanishesEndsTheRecordingAndKeepsItForRecover
     const testing::ProcessResult result = recorder->wait();
     EXPECT_EQ(result.exitCode, 5);
     EXPECT_EQ(json::parse(result.standardError)["message"], "所选录制源已不可用，请刷新后重试。");
-    const ProjectManifest manifest = json::decodeDocument<ProjectManifest>(readFileBytes(unfinished / "manifest.json"));
+    const ProjectManifest manifest =
+        json::decodeDocument<ProjectManifest>(readFileBytes(unfinished / "manifest.json"));
     EXPECT_EQ(manifest.state, ProjectState::failed);
     EXPECT_EQ(manifest.source.kind, CaptureSourceKind::window);
     EXPECT_EQ(manifest.encodedPixelSize, PixelSize(400, 300));

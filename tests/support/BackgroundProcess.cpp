@@ -22,7 +22,8 @@ std::string readFile(const std::filesystem::path& path) {
 
 } // namespace
 
-BackgroundProcess::BackgroundProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+BackgroundProcess::BackgroundProcess(const std::filesystem::path& program,
+                                     const std::vector<std::string>& arguments,
                                      const std::map<std::string, std::string>& environment) {
     const std::string out = (outputDirectory_ / "stdout").string();
     const std::string err = (outputDirectory_ / "stderr").string();
@@ -61,7 +62,9 @@ BackgroundProcess::~BackgroundProcess() {
     }
 }
 
-void BackgroundProcess::signal(int signal) const { ::kill(pid_, signal); }
+void BackgroundProcess::signal(int signal) const {
+    ::kill(pid_, signal);
+}
 
 ProcessResult BackgroundProcess::wait() {
     int status = 0;
@@ -75,7 +78,9 @@ ProcessResult BackgroundProcess::wait() {
     return result;
 }
 
-std::string BackgroundProcess::standardError() const { return readFile(outputDirectory_ / "stderr"); }
+std::string BackgroundProcess::standardError() const {
+    return readFile(outputDirectory_ / "stderr");
+}
 
 std::filesystem::path programOnPath(const std::string& name) {
     const char* path = std::getenv("PATH");

@@ -9,7 +9,9 @@
 
 namespace rilo::testing {
 
-bool XvfbServer::isAvailable() { return !programOnPath("Xvfb").empty() && !programOnPath("xdotool").empty(); }
+bool XvfbServer::isAvailable() {
+    return !programOnPath("Xvfb").empty() && !programOnPath("xdotool").empty();
+}
 
 XvfbServer::XvfbServer(int width, int height) {
     // Xvfb picks a free display number and writes it to the descriptor
@@ -23,9 +25,8 @@ XvfbServer::XvfbServer(int width, int height) {
     const int writeEnd = ::fcntl(pipeEnds[1], F_DUPFD, 20);
     ::close(pipeEnds[1]);
     server_ = std::make_unique<BackgroundProcess>(
-        programOnPath("Xvfb"),
-        std::vector<std::string>{"-displayfd", std::to_string(writeEnd), "-screen", "0", screen, "-nolisten", "tcp",
-                                 "-noreset"});
+        programOnPath("Xvfb"), std::vector<std::string>{"-displayfd", std::to_string(writeEnd), "-screen",
+                                                        "0", screen, "-nolisten", "tcp", "-noreset"});
     ::close(writeEnd);
     std::string number;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

@@ -53,8 +53,8 @@ TEST_F(X11CaptureTest, PauseAndResumeLeaveNoGapInProjectTimeAndAreCounted) {
     std::mutex statesLock;
     std::vector<RecordingTransportState> states;
     ScreenRecordingSession session(
-        store, store.create(source, options, source.initialPixelSize, std::nullopt, std::nullopt), std::move(inputs),
-        std::nullopt, currentMachineFacts(std::nullopt),
+        store, store.create(source, options, source.initialPixelSize, std::nullopt, std::nullopt),
+        std::move(inputs), std::nullopt, currentMachineFacts(std::nullopt),
         [&](const RecordingLiveStatus& status) {
             const std::lock_guard guard(statesLock);
             if (states.empty() || states.back() != status.transportState) {
@@ -76,14 +76,13 @@ TEST_F(X11CaptureTest, PauseAndResumeLeaveNoGapInProjectTimeAndAreCounted) {
     EXPECT_NEAR(result.snapshot.manifest.duration.seconds(), 2.0, 0.25);
     EXPECT_EQ(result.report.metrics, metrics);
     EXPECT_FALSE(result.report.recovered);
-    EXPECT_EQ(states, (std::vector<RecordingTransportState>{RecordingTransportState::recording,
-                                                            RecordingTransportState::paused,
-                                                            RecordingTransportState::resuming,
-                                                            RecordingTransportState::recording}));
+    EXPECT_EQ(states, (std::vector<RecordingTransportState>{
+                          RecordingTransportState::recording, RecordingTransportState::paused,
+                          RecordingTransportState::resuming, RecordingTransportState::recording}));
     // The movie runs on without a hole where the pause was.
     const testing::ProcessResult packets = testing::runProcess(
-        "/usr/bin/ffprobe", {"-v", "error", "-select_streams", "v:0", "-show_entries", "packet=pts_time", "-of",
-                             "csv=p=0", result.snapshot.mediaURL().string()});
+        "/usr/bin/ffprobe", {"-v", "error", "-select_streams", "v:0", "-show_entries", "packet=pts_time",
+                             "-of", "csv=p=0", result.snapshot.mediaURL().string()});
     std::istringstream lines(packets.standardOutput);
     std::vector<double> times;
     for (std::string line; std::getline(lines, line);) {
@@ -142,7 +141,8 @@ TEST_F(X11CaptureTest, OtherProgramsWindowsAreOfferedAndThisProgramsNever) {
 TEST(X11MouseEventTap, ServerTimesLandOnTheHostClockAcrossTheWrapOfTheirCount) {
     const std::uint64_t now = 5'000'000'123'456'789; // host nanoseconds
     const auto serverNow = static_cast<std::uint32_t>((now / 1'000'000) & 0xffffffff);
-    EXPECT_EQ(x11::X11MouseEventTap::hostTimeOfServerTime(serverNow - 20, now), (now / 1'000'000 - 20) * 1'000'000);
+    EXPECT_EQ(x11::X11MouseEventTap::hostTimeOfServerTime(serverNow - 20, now),
+              (now / 1'000'000 - 20) * 1'000'000);
     // A count that has just wrapped still lands just before now.
     const std::uint64_t afterWrap = ((now / 1'000'000) | 0xffffffffULL) + 5;
     EXPECT_EQ(x11::X11MouseEventTap::hostTimeOfServerTime(0xfffffffe, afterWrap * 1'000'000),

@@ -194,11 +194,13 @@ TEST_F(PulseAudioCaptureSourceTest, AMicrophoneRecordsItsSourceInBothChannels) {
     source->stop();
     const std::size_t receivedAtStop = receiver.buffers().size();
 
-    // The sine source runs at 44.1 kHz, mono: resampled and spread to both channels.
+    ASSERT_GT(sound.size(), 5U);
+    // The sine source runs at 44.1 kHz, mono: resampled and spread to both
+    // channels. (It hands out its sound in blocks of up to two seconds, so
+    // its time stamps say little; the output's monitor is used for those.)
     EXPECT_GT(quietestLevel({sound.begin() + 5, sound.end()}), 0.5);
     EXPECT_NEAR(frequencyOf(sound, 0), 440.0, 10.0);
     EXPECT_NEAR(frequencyOf(sound, 1), 440.0, 10.0);
-    EXPECT_EQ(discontinuities(receiver.buffers()), std::vector<std::size_t>{});
 
     std::this_thread::sleep_for(100ms);
     EXPECT_EQ(receiver.buffers().size(), receivedAtStop) << "buffers arrived after stop()";

@@ -34,21 +34,31 @@ protected:
         desktop = std::make_unique<testing::XvfbServer>(1280, 720);
         connection = std::make_shared<x11::X11Connection>(desktop->display());
     }
+
+    ScreenRecordingInputs inputsFor(const CaptureSourceDescriptor& source) const {
+        ScreenRecordingInputs inputs;
+        inputs.stream = std::make_unique<x11::X11ScreenCaptureStream>(connection, source);
+        inputs.mouseTap = std::make_unique<x11::X11MouseEventTap>(desktop->display());
+        inputs.cursorShapeProvider = std::make_shared<x11::X11CursorShapeProvider>(connection);
+        inputs.sourceMonitor = std::make_shared<x11::X11CaptureSourceMonitor>(connection, source);
+        return inputs;
+    }
+
+    static RecordingOptions silentOptions() {
+        RecordingOptions options;
+        options.capturesSystemAudio = false;
+        options.capturesMicrophone = false;
+        options.framesPerSecond = 30;
+        return options;
+    }
 };
 
 TEST_F(X11CaptureTest, PauseAndResumeLeaveNoGapInProjectTimeAndAreCounted) {
     testing::TemporaryDirectory library;
     ProjectStore store(library.path(), DeviceFrameCatalog::bundled);
     const CaptureSourceDescriptor source = x11::X11CaptureContent(connection).display(std::nullopt);
-    RecordingOptions options;
-    options.capturesSystemAudio = false;
-    options.capturesMicrophone = false;
-    options.framesPerSecond = 30;
-    ScreenRecordingInputs inputs;
-    inputs.stream = std::make_unique<x11::X11ScreenCaptureStream>(connection, source);
-    inputs.mouseTap = std::make_unique<x11::X11MouseEventTap>(desktop->display());
-    inputs.cursorShapeProvider = std::make_shared<x11::X11CursorShapeProvider>(connection);
-    inputs.sourceMonitor = std::make_shared<x11::X11CaptureSourceMonitor>(connection, source);
+    const RecordingOptions options = silentOptions();
+    ScreenRecordingInputs inputs = inputsFor(source);
 
     std::mutex statesLock;
     std::vector<RecordingTransportState> states;
@@ -97,6 +107,22 @@ TEST_F(X11CaptureTest, PauseAndResumeLeaveNoGapInProjectTimeAndAreCounted) {
     // The first timeline covers the take.
     ASSERT_EQ(result.snapshot.timeline.segments.size(), 1U);
     EXPECT_EQ(result.snapshot.timeline.segments[0].sourceRange.duration, result.snapshot.manifest.duration);
+}
+
+TEST_F(X11CaptureTest, ADiscardedRecordingLeavesNothing) {
+    testing::TemporaryDirectory library;
+    ProjectStore store(library.path(), DeviceFrameCatalog::bundled);
+    const CaptureSourceDescriptor source = DisplayCaptureGeometry::croppedSource(
+        x11::X11CaptureContent(connection).display(std::nullopt), {100, 100, 640, 360});
+    ScreenRecordingSession session(
+        store, store.create(source, silentOptions(), source.initialPixelSize, std::nullopt, std::nullopt),
+        inputsFor(source), std::nullopt, currentMachineFacts(std::nullopt), nullptr,
+        [](const std::string& message) { ADD_FAILURE() << message; });
+    session.start();
+    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(std::filesystem::exists(session.package().mediaURL()));
+    session.discard();
+    EXPECT_TRUE(std::filesystem::is_empty(library.path()));
 }
 
 TEST_F(X11CaptureTest, OtherProgramsWindowsAreOfferedAndThisProgramsNever) {

@@ -8,6 +8,7 @@
 #include "shared/Json.h"
 #include "support/BackgroundProcess.h"
 #include "support/CliLibraryTest.h"
+#include "support/PulseAudioTestServer.h"
 #include "support/TestPaths.h"
 #include "support/XvfbServer.h"
 
@@ -209,6 +210,96 @@ TEST_F(RecorderEndToEnd, WhatCannotBeRecordedIsRefusedBeforeAnyPackageIsMade) {
         EXPECT_EQ(result.standardOutput, "");
         EXPECT_EQ(json::parse(result.standardError)["message"], refused.message);
     }
+    EXPECT_TRUE(packages().empty());
+}
+
+// With a sound server of the test's own: a tone plays into its output, and
+// its default source is a sine.
+class RecorderWithSoundEndToEnd : public RecorderEndToEnd {
+protected:
+    std::optional<testing::PulseAudioTestServer> sound;
+
+    void SetUp() override {
+        RecorderEndToEnd::SetUp();
+        const std::optional<std::filesystem::path> daemon = testing::PulseAudioTestServer::daemonProgram();
+        if (IsSkipped() || !daemon) {
+            GTEST_SKIP() << "pulseaudio is not installed";
+        }
+        sound.emplace(*daemon);
+    }
+
+    std::map<std::string, std::string> environment() const {
+        std::map<std::string, std::string> variables = RecorderEndToEnd::environment();
+        variables["PULSE_SERVER"] = sound->address();
+        return variables;
+    }
+
+    // The root mean square of one sound track from `fromSeconds` on.
+    static double level(const std::filesystem::path& movie, int track, double fromSeconds) {
+        const testing::ProcessResult decoded = testing::runProcess(
+            "/usr/bin/ffmpeg", {"-v", "error", "-ss", std::to_string(fromSeconds), "-i", movie.string(),
+                                "-map", "0:" + std::to_string(track), "-ac", "1", "-f", "f32le", "-"});
+        EXPECT_EQ(decoded.exitCode, 0) << decoded.standardError;
+        const auto* samples = reinterpret_cast<const float*>(decoded.standardOutput.data());
+        const std::size_t count = decoded.standardOutput.size() / sizeof(float);
+        double sum = 0;
+        for (std::size_t i = 0; i < count; ++i) {
+            sum += double(samples[i]) * samples[i];
+        }
+        return count == 0 ? 0 : std::sqrt(sum / double(count));
+    }
+};
+
+TEST_F(RecorderWithSoundEndToEnd, EveryInputGetsItsOwnTrackAndTheToneIsInTheSystemAudio) {
+    sound->control({"load-module", "module-sine", "sink=rilo_null", "frequency=440"});
+    const testing::ProcessResult result =
+        testing::BackgroundProcess(testing::buildDirectory() / "rilo-record",
+                                   {"--seconds", "4", "--fps", "30", "--system-audio", "--microphone",
+                                    "default", "--webcam", "pattern"},
+                                   environment())
+            .wait();
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    const std::filesystem::path package =
+        json::parse(result.standardOutput)["packagePath"].get<std::string>();
+    const std::filesystem::path movie = package / "media/recording.mov";
+
+    const ProjectManifest manifest =
+        json::decodeDocument<ProjectManifest>(readFileBytes(package / "manifest.json"));
+    EXPECT_EQ(manifest.media.tracks, (std::vector<MediaTrack>{{MediaTrackKind::screen, 0},
+                                                              {MediaTrackKind::systemAudio, 2},
+                                                              {MediaTrackKind::microphone, 3}}));
+    ASSERT_TRUE(manifest.webcam);
+    EXPECT_EQ(manifest.webcam->pixelSize, PixelSize(1280, 720));
+    EXPECT_GT(manifest.metrics.systemAudioSamples, 0);
+    EXPECT_GT(manifest.metrics.microphoneSamples, 0);
+    EXPECT_GT(manifest.metrics.webcamFrames.value_or(0), 60);
+
+    const Json streams = json::parse(testing::runProcess("/usr/bin/ffprobe", {"-v", "error", "-show_streams",
+                                                                              "-of", "json", movie.string()})
+                                         .standardOutput)["streams"];
+    ASSERT_EQ(streams.size(), 4U);
+    EXPECT_EQ(streams[1]["width"], 1280);
+    EXPECT_EQ(streams[2]["codec_name"], "aac");
+    // The tone, and the sine of the default source: loud; the idle output
+    // needs a moment before it plays, so the end of the take is measured.
+    EXPECT_GT(level(movie, 2, 2.5), 0.05);
+    EXPECT_GT(level(movie, 3, 2.5), 0.05);
+
+    const DiagnosticReport report =
+        json::decodeDocument<DiagnosticReport>(readFileBytes(package / "diagnostics/report.json"));
+    EXPECT_EQ(report.systemAudioOutputDevice, "Rilo Test Output");
+    EXPECT_TRUE(report.microphoneDevice.has_value());
+    EXPECT_EQ(report.writerStatus, "completed");
+    EXPECT_EQ(succeed({"describe", manifest.id.string()})["tracks"]["webcam"], true);
+}
+
+TEST_F(RecorderWithSoundEndToEnd, AMissingMicrophoneIsRefusedBeforeAnyPackageIsMade) {
+    const testing::ProcessResult result =
+        testing::BackgroundProcess(testing::buildDirectory() / "rilo-record",
+                                   {"--seconds", "1", "--microphone", "unplugged"}, environment())
+            .wait();
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(json::parse(result.standardError)["message"], "所选麦克风已不可用，请重新选择。");
     EXPECT_TRUE(packages().empty());
 }
 

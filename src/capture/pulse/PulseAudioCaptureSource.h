@@ -7,11 +7,12 @@
 // The server converts whatever the device delivers to 48 kHz stereo float.
 // Buffers hold about 10 ms each and arrive on the source's capture thread. A
 // buffer is stamped with the host time at which its first frame was captured
-// (for the system audio: played): the time the data arrived, less what the
-// server says it has spent in the device and in the stream. Buffers follow one
-// another exactly at 48 kHz; only when that count and the estimate part by
-// more than 20 ms is the count set anew from the estimate, leaving a gap or
-// dropping the frames that would overlap.
+// (for the system audio: mixed for the output): the time the data arrived,
+// less what the server says it spent in the source and on the way, less the
+// sound that arrived with and before it. Buffers follow one another exactly
+// at 48 kHz; only when that count and the estimate part by more than 20 ms is
+// the count set anew from the estimate, leaving a gap or dropping the frames
+// that would overlap.
 //
 // start() and stop() are called from one thread at a time, never from the
 // handlers. start() throws SystemAudioCaptureError::unavailable (system audio)

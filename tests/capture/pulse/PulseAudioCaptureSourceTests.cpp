@@ -88,7 +88,7 @@ private:
 };
 
 std::int64_t nanosecondsOf(const ReceivedBuffer& received) {
-    return received.buffer.presentationTime.value;
+    return nanosecondsFromMediaTime(received.buffer.presentationTime);
 }
 
 // Whether the buffer's time stamp is close to when it arrived: before it (its

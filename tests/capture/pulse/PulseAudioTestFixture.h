@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PulseAudioTestServer.h"
+#include "support/PulseAudioTestServer.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>

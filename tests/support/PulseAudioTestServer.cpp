@@ -1,5 +1,6 @@
-#include "PulseAudioTestServer.h"
+#include "support/PulseAudioTestServer.h"
 
+#include "support/BackgroundProcess.h"
 #include "support/ProcessRunner.h"
 
 #include <cerrno>
@@ -11,9 +12,9 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <spawn.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -25,19 +26,6 @@ extern char** environ;
 namespace rilo::testing {
 
 namespace {
-
-std::optional<std::filesystem::path> programOnPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::istringstream directories(path == nullptr ? "/usr/bin:/bin" : path);
-    std::string directory;
-    while (std::getline(directories, directory, ':')) {
-        const std::filesystem::path candidate = std::filesystem::path(directory) / name;
-        if (!directory.empty() && ::access(candidate.c_str(), X_OK) == 0) {
-            return candidate;
-        }
-    }
-    return std::nullopt;
-}
 
 // Whether a client can connect to the socket: it exists and is listening.
 bool acceptsConnections(const std::filesystem::path& socketPath) {
@@ -71,15 +59,15 @@ void waitForExit(pid_t process, std::chrono::milliseconds patience) {
 } // namespace
 
 std::optional<std::filesystem::path> PulseAudioTestServer::daemonProgram() {
-    return programOnPath("pulseaudio");
+    std::filesystem::path program = programOnPath("pulseaudio");
+    return program.empty() ? std::nullopt : std::optional<std::filesystem::path>(program);
 }
 
 PulseAudioTestServer::PulseAudioTestServer(const std::filesystem::path& program) {
-    const std::optional<std::filesystem::path> pactl = programOnPath("pactl");
-    if (!pactl) {
+    controlProgram_ = programOnPath("pactl");
+    if (controlProgram_.empty()) {
         throw std::runtime_error("pactl is not installed");
     }
-    controlProgram_ = *pactl;
     const std::filesystem::path home = directory_ / "home";
     const std::filesystem::path runtime = directory_ / "runtime";
     std::filesystem::create_directories(home);
@@ -137,19 +125,30 @@ PulseAudioTestServer::PulseAudioTestServer(const std::filesystem::path& program)
     }
     environmentPointers.push_back(nullptr);
 
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
+    // Everything the child needs is made before the fork: after it, only
+    // calls that are safe in a child of a threaded process.
     const std::string logPath = (directory_ / "daemon.log").string();
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0600);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    const int spawned = ::posix_spawn(&daemon_, arguments[0], &actions, nullptr, arguments.data(),
-                                      environmentPointers.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
-        daemon_ = -1;
-        throw std::runtime_error(std::string("cannot start pulseaudio: ") + std::strerror(spawned));
+    const pid_t parent = ::getpid();
+    daemon_ = ::fork();
+    if (daemon_ < 0) {
+        throw std::runtime_error(std::string("cannot start pulseaudio: ") + std::strerror(errno));
+    }
+    if (daemon_ == 0) {
+        // A test that crashes takes its daemon with it.
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        if (::getppid() != parent) {
+            ::_exit(1);
+        }
+        const int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        if (log < 0 || nothing < 0) {
+            ::_exit(127);
+        }
+        ::dup2(nothing, STDIN_FILENO);
+        ::dup2(log, STDOUT_FILENO);
+        ::dup2(log, STDERR_FILENO);
+        ::execve(arguments[0], arguments.data(), environmentPointers.data());
+        ::_exit(127);
     }
 
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

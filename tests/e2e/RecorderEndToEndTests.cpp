@@ -164,12 +164,17 @@ TEST_F(RecorderEndToEnd, AKilledRecorderLeavesAPackageThatRecoveryOpens) {
     EXPECT_EQ(described["state"], "recovered");
 }
 
-TEST_F(RecorderEndToEnd, AWindowThatVanishesEndsTheRecordingAndKeepsItForRecovery) {
+TEST_F(RecorderEndToEnd, AWindowIsRecordedUncoveredAndItsVanishingKeepsTheTakeForRecovery) {
+    const std::map<std::string, std::string> display{{"DISPLAY", desktop->display()}};
     testing::BackgroundProcess window(
         testing::programOnPath("xmessage"),
-        {"-geometry", "400x300+200+150", "-name", "rilo-test-window", "vanishing"},
-        {{"DISPLAY", desktop->display()}});
-    const std::string windowID = desktop->xdotool({"search", "--sync", "--classname", "rilo-test-window"});
+        {"-geometry", "400x300+200+150", "-bg", "blue", "-name", "rilo-recorded", "A"}, display);
+    const std::string windowID = desktop->xdotool({"search", "--sync", "--classname", "rilo-recorded"});
+    // A red window over the middle of the recorded one.
+    const testing::BackgroundProcess cover(
+        testing::programOnPath("xmessage"),
+        {"-geometry", "200x100+300+200", "-bg", "red", "-name", "rilo-cover", "B"}, display);
+    desktop->xdotool({"search", "--sync", "--classname", "rilo-cover"});
     auto recorder = startRecorder({"--window", windowID.substr(0, windowID.find('\n')), "--fps", "30"});
     const std::filesystem::path unfinished = waitUntilRecording();
     std::this_thread::sleep_for(1500ms);
@@ -182,12 +187,21 @@ TEST_F(RecorderEndToEnd, AWindowThatVanishesEndsTheRecordingAndKeepsItForRecover
     const ProjectManifest manifest =
         json::decodeDocument<ProjectManifest>(readFileBytes(unfinished / "manifest.json"));
     EXPECT_EQ(manifest.state, ProjectState::failed);
-    EXPECT_EQ(manifest.source.kind, CaptureSourceKind::window);
     EXPECT_EQ(manifest.encodedPixelSize, PixelSize(400, 300));
     EXPECT_EQ(ProjectStore(library, DeviceFrameCatalog::bundled)
                   .recoverableProjects(FFmpegMediaAssetInspector())
                   .size(),
               1U);
+
+    // Where the red window lay over it, the recording shows the blue one.
+    const testing::ProcessResult picture = testing::runProcess(
+        "/usr/bin/ffmpeg", {"-v", "error", "-ss", "0.5", "-i", (unfinished / "media/recording.mov").string(),
+                            "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+    ASSERT_EQ(picture.standardOutput.size(), 400U * 300 * 3);
+    const auto* covered =
+        reinterpret_cast<const std::uint8_t*>(picture.standardOutput.data()) + (100 * 400 + 200) * 3;
+    EXPECT_LT(covered[0], 60);
+    EXPECT_GT(covered[2], 180);
 }
 
 TEST_F(RecorderEndToEnd, WhatCannotBeRecordedIsRefusedBeforeAnyPackageIsMade) {

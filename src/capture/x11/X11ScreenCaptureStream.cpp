@@ -1,5 +1,6 @@
 #include "capture/x11/X11ScreenCaptureStream.h"
 
+#include <xcb/composite.h>
 #include <xcb/shm.h>
 
 extern "C" {
@@ -105,8 +106,7 @@ X11ScreenCaptureStream::X11ScreenCaptureStream(std::shared_ptr<X11Connection> co
                                                CaptureSourceDescriptor source)
     : connection_(std::move(connection))
     , content_(connection_)
-    , source_(std::move(source))
-    , windowFrame_(source_.globalFrame) {}
+    , source_(std::move(source)) {}
 
 X11ScreenCaptureStream::~X11ScreenCaptureStream() {
     stopCapture();
@@ -125,6 +125,17 @@ void X11ScreenCaptureStream::startCapture(const ScreenStreamConfiguration& confi
             ? RectValue{0, 0, double(screen->width_in_pixels), double(screen->height_in_pixels)}
             : source_.globalFrame;
     const auto bytes = static_cast<std::size_t>(std::ceil(largest.width) * std::ceil(largest.height) * 4);
+    if (source_.kind == CaptureSourceKind::window) {
+        // Automatic redirection keeps the window on the screen as it was and
+        // gives it a picture of its own that other windows can't cover.
+        xcb_connection_t* c = connection_->get();
+        const Reply<xcb_composite_query_version_reply_t> composite(
+            xcb_composite_query_version_reply(c, xcb_composite_query_version(c, 0, 2), nullptr));
+        readsWindowPicture_ = composite && (composite->major_version > 0 || composite->minor_version >= 2);
+        if (readsWindowPicture_) {
+            xcb_composite_redirect_window(c, source_.nativeID, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+        }
+    }
     segments_ = std::make_shared<SegmentPool>(
         connection_, static_cast<std::size_t>(std::max<std::int64_t>(configuration.queueDepth, 1)),
         std::max<std::size_t>(bytes, 4));
@@ -139,27 +150,56 @@ void X11ScreenCaptureStream::stopCapture() {
     }
 }
 
-std::optional<RectValue> X11ScreenCaptureStream::region() {
-    RectValue rect = source_.globalFrame;
-    if (source_.kind == CaptureSourceKind::window) {
-        const std::uint64_t now = hostUptimeNanoseconds();
-        if (now - lastWindowProbeNanoseconds_ >= windowProbeIntervalNanoseconds) {
-            lastWindowProbeNanoseconds_ = now;
-            const std::optional<RectValue> frame = content_.windowFrame(source_.nativeID);
-            if (!frame) {
-                return std::nullopt;
-            }
-            windowFrame_ = *frame;
-        }
-        rect = windowFrame_;
+void X11ScreenCaptureStream::releaseWindowPixmap() {
+    if (windowPixmap_ != 0) {
+        xcb_free_pixmap(connection_->get(), windowPixmap_);
+        xcb_flush(connection_->get());
+        windowPixmap_ = 0;
     }
-    // Only what lies on the screen can be read.
-    const xcb_screen_t* screen = connection_->screen();
-    const double left = std::clamp(std::floor(rect.x), 0.0, double(screen->width_in_pixels) - 1);
-    const double top = std::clamp(std::floor(rect.y), 0.0, double(screen->height_in_pixels) - 1);
-    const double right = std::clamp(std::floor(rect.maxX()), left + 1, double(screen->width_in_pixels));
-    const double bottom = std::clamp(std::floor(rect.maxY()), top + 1, double(screen->height_in_pixels));
-    return RectValue{left, top, right - left, bottom - top};
+}
+
+std::optional<X11ScreenCaptureStream::Grab> X11ScreenCaptureStream::windowGrab() {
+    const std::uint64_t now = hostUptimeNanoseconds();
+    if (windowGrab_ && now - lastWindowProbeNanoseconds_ < windowProbeIntervalNanoseconds) {
+        return windowGrab_;
+    }
+    lastWindowProbeNanoseconds_ = now;
+    const std::optional<RectValue> frame = content_.windowFrame(source_.nativeID);
+    if (!frame) {
+        return std::nullopt;
+    }
+    if (!readsWindowPicture_) {
+        windowGrab_ = Grab{connection_->root(), *frame, *frame};
+        return windowGrab_;
+    }
+    // The picture includes the border; a new size needs a new picture.
+    xcb_connection_t* c = connection_->get();
+    const Reply<xcb_get_geometry_reply_t> geometry(
+        xcb_get_geometry_reply(c, xcb_get_geometry(c, source_.nativeID), nullptr));
+    if (!geometry) {
+        return std::nullopt;
+    }
+    const RectValue readRect{double(geometry->border_width), double(geometry->border_width),
+                             double(geometry->width), double(geometry->height)};
+    if (windowPixmap_ == 0 || !windowGrab_ || windowGrab_->readRect != readRect) {
+        releaseWindowPixmap();
+        windowPixmap_ = xcb_generate_id(c);
+        const Reply<xcb_generic_error_t> error(xcb_request_check(
+            c, xcb_composite_name_window_pixmap_checked(c, source_.nativeID, windowPixmap_)));
+        if (error) {
+            windowPixmap_ = 0;
+            return std::nullopt;
+        }
+    }
+    windowGrab_ = Grab{windowPixmap_, readRect, *frame};
+    return windowGrab_;
+}
+
+std::optional<X11ScreenCaptureStream::Grab> X11ScreenCaptureStream::nextGrab() {
+    if (source_.kind == CaptureSourceKind::window) {
+        return windowGrab();
+    }
+    return Grab{connection_->root(), source_.globalFrame, source_.globalFrame};
 }
 
 void X11ScreenCaptureStream::run(const std::stop_token& stop, ScreenStreamConfiguration configuration,
@@ -175,11 +215,25 @@ void X11ScreenCaptureStream::run(const std::stop_token& stop, ScreenStreamConfig
     };
     while (!stop.stop_requested()) {
         const std::uint64_t grabTime = hostUptimeNanoseconds();
-        const std::optional<RectValue> rect = region();
-        if (!rect) {
+        std::optional<Grab> grab = nextGrab();
+        if (!grab) {
             output.streamDidStop(std::make_exception_ptr(CaptureContentError::sourceUnavailable()));
             return;
         }
+        if (grab->drawable == connection_->root()) {
+            // Only what lies on the screen can be read from it.
+            const xcb_screen_t* screen = connection_->screen();
+            const RectValue& wanted = grab->readRect;
+            const double left = std::clamp(std::floor(wanted.x), 0.0, double(screen->width_in_pixels) - 1);
+            const double top = std::clamp(std::floor(wanted.y), 0.0, double(screen->height_in_pixels) - 1);
+            const double right =
+                std::clamp(std::floor(wanted.maxX()), left + 1, double(screen->width_in_pixels));
+            const double bottom =
+                std::clamp(std::floor(wanted.maxY()), top + 1, double(screen->height_in_pixels));
+            grab->readRect = {left, top, right - left, bottom - top};
+            grab->screenRect = grab->readRect;
+        }
+        const RectValue* rect = &grab->readRect;
         const std::optional<std::size_t> segment =
             static_cast<std::size_t>(rect->width * rect->height * 4) <= segments_->bytes() ? segments_->take()
                                                                                            : std::nullopt;
@@ -189,7 +243,7 @@ void X11ScreenCaptureStream::run(const std::stop_token& stop, ScreenStreamConfig
             xcb_generic_error_t* rawError = nullptr;
             const Reply<xcb_shm_get_image_reply_t> image(xcb_shm_get_image_reply(
                 c,
-                xcb_shm_get_image(c, connection_->root(), static_cast<std::int16_t>(rect->x),
+                xcb_shm_get_image(c, grab->drawable, static_cast<std::int16_t>(rect->x),
                                   static_cast<std::int16_t>(rect->y), static_cast<std::uint16_t>(rect->width),
                                   static_cast<std::uint16_t>(rect->height), ~0U, XCB_IMAGE_FORMAT_Z_PIXMAP,
                                   segments_->id(*segment), 0),
@@ -219,7 +273,7 @@ void X11ScreenCaptureStream::run(const std::stop_token& stop, ScreenStreamConfig
                 sample.image = std::move(picture);
                 sample.attachments.status = 0;
                 sample.attachments.displayTimeHostUnits = grabTime;
-                sample.attachments.screenRect = *rect;
+                sample.attachments.screenRect = grab->screenRect;
                 sample.attachments.contentRect = RectValue{0, 0, rect->width, rect->height};
                 sample.attachments.scaleFactor = 1.0;
                 output.streamDidOutputScreenFrame(sample);

@@ -8,8 +8,11 @@
 // converted it; the stream owns as many segments as the configuration's
 // queue depth, and a tick that finds none free is delivered without an image
 // (a dropped frame), as is a tick missed because the machine was busy.
-// A window source is followed as it moves; when it goes away the stream
-// stops with CaptureContentError::sourceUnavailable.
+// A window source is read from its own off-screen picture (Composite), so
+// that windows over it never show; it is followed as it moves and resizes,
+// and when it goes away the stream stops with
+// CaptureContentError::sourceUnavailable. Without Composite the window's
+// place on the screen is read instead.
 
 #include "capture/ScreenCaptureStream.h"
 #include "capture/x11/X11CaptureContent.h"
@@ -33,16 +36,27 @@ public:
 
 private:
     class SegmentPool;
+    // What one frame reads: a rectangle of a drawable, and where that lies
+    // on the desktop.
+    struct Grab {
+        xcb_drawable_t drawable = 0;
+        RectValue readRect;
+        RectValue screenRect;
+    };
     void run(const std::stop_token& stop, ScreenStreamConfiguration configuration,
              ScreenCaptureStreamOutput& output);
-    // The part of the root window to read now; nothing when a window source is gone.
-    std::optional<RectValue> region();
+    // Nothing when a window source is gone.
+    std::optional<Grab> nextGrab();
+    std::optional<Grab> windowGrab();
+    void releaseWindowPixmap();
 
     std::shared_ptr<X11Connection> connection_;
     X11CaptureContent content_;
     CaptureSourceDescriptor source_;
     std::shared_ptr<SegmentPool> segments_;
-    RectValue windowFrame_;
+    bool readsWindowPicture_ = false;
+    xcb_pixmap_t windowPixmap_ = 0;
+    std::optional<Grab> windowGrab_;
     std::uint64_t lastWindowProbeNanoseconds_ = 0;
     std::jthread thread_;
 };

@@ -1,27 +1,29 @@
 #include "capture/CaptureSampleBuffers.h"
 
 namespace rilo {
+namespace {
 
-std::optional<VideoSampleBuffer> SampleBufferRetimer::shifted(const VideoSampleBuffer& sample,
-                                                              MediaTime offset) {
+template <class Sample>
+std::optional<Sample> shiftedSample(const Sample& sample, MediaTime offset) {
     const MediaTime time = sample.presentationTime + offset;
     if (!time.isNumeric) {
         return std::nullopt;
     }
-    VideoSampleBuffer copy = sample;
+    Sample copy = sample;
     copy.presentationTime = time;
     return copy;
 }
 
+} // namespace
+
+std::optional<VideoSampleBuffer> SampleBufferRetimer::shifted(const VideoSampleBuffer& sample,
+                                                              MediaTime offset) {
+    return shiftedSample(sample, offset);
+}
+
 std::optional<AudioSampleBuffer> SampleBufferRetimer::shifted(const AudioSampleBuffer& sample,
                                                               MediaTime offset) {
-    const MediaTime time = sample.presentationTime + offset;
-    if (!time.isNumeric) {
-        return std::nullopt;
-    }
-    AudioSampleBuffer copy = sample;
-    copy.presentationTime = time;
-    return copy;
+    return shiftedSample(sample, offset);
 }
 
 std::optional<VideoSampleBuffer> SampleBufferRetimer::retimed(const VideoSampleBuffer& sample,

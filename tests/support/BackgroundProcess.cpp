@@ -38,18 +38,7 @@ BackgroundProcess::BackgroundProcess(const std::filesystem::path& program,
         ::dup2(outFile, STDOUT_FILENO);
         ::dup2(errFile, STDERR_FILENO);
         ::dup2(nullFile, STDIN_FILENO);
-        for (const auto& [name, value] : environment) {
-            ::setenv(name.c_str(), value.c_str(), 1);
-        }
-        std::vector<std::string> words{program.string()};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
+        execInChild(program, arguments, environment);
     }
 }
 

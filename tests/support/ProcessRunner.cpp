@@ -68,18 +68,7 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
                 ::close(fd);
             }
         }
-        for (const auto& [name, value] : options.environment) {
-            ::setenv(name.c_str(), value.c_str(), 1);
-        }
-        std::vector<std::string> words{program.string()};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
+        execInChild(program, arguments, options.environment);
     }
     ::close(out[1]);
     ::close(err[1]);
@@ -112,6 +101,22 @@ ProcessResult runProcess(const std::filesystem::path& program, const std::vector
     }
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return result;
+}
+
+void execInChild(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                 const std::map<std::string, std::string>& environment) {
+    for (const auto& [name, value] : environment) {
+        ::setenv(name.c_str(), value.c_str(), 1);
+    }
+    std::vector<std::string> words{program.string()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
 }
 
 std::filesystem::path riloExecutable() {

@@ -28,6 +28,11 @@ struct ProcessOptions {
 ProcessResult runProcess(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                          const ProcessOptions& options = {});
 
+// In a forked child: sets the variables and replaces the child with the
+// program; exits 127 when it can't be run.
+[[noreturn]] void execInChild(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                              const std::map<std::string, std::string>& environment);
+
 // The rilo executable of this build.
 std::filesystem::path riloExecutable();
 

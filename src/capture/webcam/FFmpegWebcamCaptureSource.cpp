@@ -118,7 +118,7 @@ public:
         if (picture->width != width_ || picture->height != height_) {
             picture = scaled(*picture);
         }
-        const std::shared_ptr<const AVFrame> owner(picture.release(), FrameDeleter{});
+        const std::shared_ptr<const AVFrame> owner(picture.release(), ffmpeg::FrameDeleter{});
         auto image = std::make_shared<CapturedImage>();
         image->width = owner->width;
         image->height = owner->height;

@@ -4,7 +4,7 @@
 // the decoder of its video stream. Used by one thread at a time: opened by
 // the factory, then read only by the source's delivery thread.
 
-#include "capture/webcam/FFmpegWebcamHandles.h"
+#include "media/FFmpegHandles.h"
 
 #include <cstdint>
 #include <optional>
@@ -14,6 +14,12 @@
 #include <vector>
 
 namespace rilo::webcam {
+
+using ffmpeg::CodecContext;
+using ffmpeg::Frame;
+using ffmpeg::InputContext;
+using ffmpeg::Packet;
+using ffmpeg::Scaler;
 
 // FFmpeg refused to open or read the input; `code` is its AVERROR.
 class WebcamInputError : public std::runtime_error {

@@ -2,7 +2,10 @@
 // headless recorder, and prints the frames written and dropped and the
 // recorder's average processor use (user and system time over wall time).
 //
-//   build/bench/record_bench [seconds] [fps] [width] [height]
+//   build/bench/record_bench [seconds] [fps] [width] [height] [recorder]
+//
+// The recorder is build/rilo-record unless another one is named, so that two
+// builds can be compared in one run.
 
 #include "BenchProcess.h"
 #include "capture/x11/X11Connection.h"
@@ -16,12 +19,14 @@
 #include <atomic>
 #include <cstdio>
 #include <thread>
+#include <vector>
 
 namespace {
 
 using namespace rilo;
 
-// Repaints a full-screen window in a new colour, with moving bars, every frame.
+// Repaints a full-screen window every frame: a background of a new colour
+// and rows of small glyph-like blocks that scroll, as a page of text does.
 void animate(const std::string& display, int width, int height, int framesPerSecond,
              const std::atomic<bool>& running) {
     const x11::X11Connection connection(display);
@@ -35,19 +40,34 @@ void animate(const std::string& display, int width, int height, int framesPerSec
     xcb_map_window(c, window);
     const xcb_gcontext_t context = xcb_generate_id(c);
     xcb_create_gc(c, context, window, 0, nullptr);
+    std::vector<xcb_rectangle_t> glyphs;
     for (std::uint32_t frame = 0; running; ++frame) {
-        const std::uint32_t background = (frame * 2654435761U) & 0xffffff;
+        const std::uint32_t background = 0xe0e0e0 ^ ((frame * 2654435761U) & 0x1f1f1f);
         xcb_change_gc(c, context, XCB_GC_FOREGROUND, &background);
         const xcb_rectangle_t whole{0, 0, static_cast<std::uint16_t>(width),
                                     static_cast<std::uint16_t>(height)};
         xcb_poly_fill_rectangle(c, window, context, 1, &whole);
-        const std::uint32_t bars = ~background & 0xffffff;
-        xcb_change_gc(c, context, XCB_GC_FOREGROUND, &bars);
-        for (int i = 0; i < 12; ++i) {
-            const xcb_rectangle_t bar{static_cast<std::int16_t>((frame * 7 + i * 160) % width),
-                                      static_cast<std::int16_t>(i * height / 12), 120,
-                                      static_cast<std::uint16_t>(height / 24)};
-            xcb_poly_fill_rectangle(c, window, context, 1, &bar);
+        // Rows of blocks of varying width, two rows further down each frame.
+        for (std::uint32_t shade = 0; shade < 4; ++shade) {
+            glyphs.clear();
+            for (int row = 0; row < height / 18; ++row) {
+                const std::uint32_t line = row + frame * 2;
+                for (int x = 20, i = 0; x < width - 20; ++i) {
+                    const std::uint32_t seed =
+                        (line * 7919U + static_cast<std::uint32_t>(i) * 104729U) * 2654435761U;
+                    const int glyph = 4 + static_cast<int>((seed >> 8) % 9);
+                    if ((seed >> 4) % 4 == shade && (seed >> 20) % 11 != 0) {
+                        glyphs.push_back({static_cast<std::int16_t>(x),
+                                          static_cast<std::int16_t>(row * 18 + 4),
+                                          static_cast<std::uint16_t>(glyph), 11});
+                    }
+                    x += glyph + 2;
+                }
+            }
+            const std::uint32_t ink = 0x202020 + shade * 0x301008;
+            xcb_change_gc(c, context, XCB_GC_FOREGROUND, &ink);
+            xcb_poly_fill_rectangle(c, window, context, static_cast<std::uint32_t>(glyphs.size()),
+                                    glyphs.data());
         }
         xcb_flush(c);
         std::this_thread::sleep_for(std::chrono::microseconds(1'000'000 / framesPerSecond));
@@ -61,6 +81,7 @@ int main(int argc, char** argv) {
     const int framesPerSecond = argc > 2 ? std::atoi(argv[2]) : 60;
     const int width = argc > 3 ? std::atoi(argv[3]) : 1920;
     const int height = argc > 4 ? std::atoi(argv[4]) : 1080;
+    const std::string recorder = argc > 5 ? argv[5] : (testing::buildDirectory() / "rilo-record").string();
     if (!testing::XvfbServer::isAvailable()) {
         std::fprintf(stderr, "record_bench needs Xvfb and xdotool\n");
         return 1;
@@ -86,7 +107,7 @@ int main(int argc, char** argv) {
         readFileBytes(std::filesystem::path(answer["packagePath"].get<std::string>()) / "manifest.json"));
     const RecordingMetrics& metrics = manifest.metrics;
     const double wallSeconds = run.wallMilliseconds / 1000;
-    std::printf("recording %dx%d at %d fps for %d s, the screen changing every frame\n", width, height,
+    std::printf("recording %dx%d at %d fps for %d s, a page of text scrolling every frame\n", width, height,
                 framesPerSecond, seconds);
     std::printf("  duration          %.3f s\n", manifest.duration.seconds());
     std::printf("  frames written    %lld\n", static_cast<long long>(metrics.videoFrames));

@@ -94,11 +94,13 @@ ffmpeg::CodecContext openVideoEncoder(AVFormatContext* output, PixelSize size, s
         codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }
     // Live capture has to keep up with the screen on a small machine: the
-    // fastest preset, without look-ahead, still spends its bits well on
-    // desktop pictures at the recommended rate.
+    // fastest preset, without look-ahead or frame delay, with the two High
+    // profile tools that cost little (CABAC and the 8x8 transform), which at
+    // 1080p60 measured no more processor time than the preset alone.
     ffmpeg::Options settings;
     settings.set("preset", "ultrafast");
     settings.set("tune", "zerolatency");
+    settings.set("x264-params", "cabac=1:8x8dct=1");
     if (avcodec_open2(codec.get(), encoder, settings.get()) < 0 ||
         avcodec_parameters_from_context(stream->codecpar, codec.get()) < 0) {
         throw RecordingMediaWriterError::cannotAddInput(trackName);

@@ -147,4 +147,35 @@ Json Codec<cli::CLIOutputResponse>::encode(const cli::CLIOutputResponse& value) 
         .build();
 }
 
+Json Codec<cli::CLISpanDescription>::encode(const cli::CLISpanDescription& value) {
+    return ObjectBuilder()
+        .set("sourceStartMilliseconds", value.sourceStartMilliseconds)
+        .set("sourceEndMilliseconds", value.sourceEndMilliseconds)
+        .set("sequenceRanges", value.sequenceRanges)
+        .build();
+}
+
+Json Codec<cli::CLIIdleResponse>::encode(const cli::CLIIdleResponse& value) {
+    return ObjectBuilder()
+        .set("protocolVersion", value.protocolVersion)
+        .set("projectID", value.projectID)
+        .set("unit", value.unit)
+        .set("analyzedTrack", value.analyzedTrack)
+        .set("analysisMethod", value.analysisMethod)
+        .set("bucketMilliseconds", value.bucketMilliseconds)
+        .set("minimumDurationMilliseconds", value.minimumDurationMilliseconds)
+        .set("silenceThresholdDecibels", value.silenceThresholdDecibels)
+        .set("estimatedNoiseFloorDecibels", value.estimatedNoiseFloorDecibels)
+        .set("recommendedSilenceDecibels", value.recommendedSilenceDecibels)
+        .set("keepTailMilliseconds", value.keepTailMilliseconds)
+        .set("minimumRemovalMilliseconds", value.minimumRemovalMilliseconds)
+        .set("recommendedCuts", value.recommendedCuts)
+        .set("idleSpans", value.idleSpans)
+        .set("silenceSpans", value.silenceSpans)
+        .set("quietSpans", value.quietSpans)
+        .set("suggestedRate", value.suggestedRate)
+        .set("hint", value.hint)
+        .build();
+}
+
 } // namespace rilo::json

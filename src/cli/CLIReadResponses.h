@@ -14,6 +14,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rilo::cli {
@@ -170,6 +171,46 @@ struct CLISystemInfoResponse {
     friend bool operator==(const CLISystemInfoResponse&, const CLISystemInfoResponse&) = default;
 };
 
+// A span of source time, and where it lands in the edited sequence: one
+// range for each kept piece, none when it lies in removed material.
+struct CLISpanDescription {
+    std::int64_t sourceStartMilliseconds = 0;
+    std::int64_t sourceEndMilliseconds = 0;
+    std::vector<CLIRange> sequenceRanges;
+
+    friend bool operator==(const CLISpanDescription&, const CLISpanDescription&) = default;
+};
+
+inline constexpr std::string_view idleTimeUnit = "source milliseconds";
+inline constexpr std::string_view idleAnalysisMethod = "peak-dBFS";
+inline constexpr std::string_view idleHint =
+    "有声桶不会并入静默；recommendedCuts只来自无声且无鼠标操作的quietSpans；修改前仍必须预演。";
+
+// The response of `idle`. The spans describe the whole recording; the
+// recommended cuts only material that the edit still keeps.
+struct CLIIdleResponse {
+    std::int64_t protocolVersion = cliProtocolVersion;
+    std::string projectID;
+    std::string unit{idleTimeUnit};
+    std::string analyzedTrack; // "microphone" or "system-audio"
+    std::string analysisMethod{idleAnalysisMethod};
+    std::int64_t bucketMilliseconds = 20;
+    std::int64_t minimumDurationMilliseconds = 0;
+    double silenceThresholdDecibels = 0; // as given
+    double estimatedNoiseFloorDecibels = 0;
+    double recommendedSilenceDecibels = 0;
+    std::int64_t keepTailMilliseconds = 0;
+    std::int64_t minimumRemovalMilliseconds = 0;
+    std::vector<CLIRange> recommendedCuts;
+    std::vector<CLISpanDescription> idleSpans;
+    std::vector<CLISpanDescription> silenceSpans;
+    std::vector<CLISpanDescription> quietSpans;
+    std::int64_t suggestedRate = 3; // a fixed offer for a caller who would rather speed up than cut
+    std::string hint{idleHint};
+
+    friend bool operator==(const CLIIdleResponse&, const CLIIdleResponse&) = default;
+};
+
 // The response of `frame`, `preview` and `export`.
 struct CLIOutputResponse {
     std::int64_t protocolVersion = cliProtocolVersion;
@@ -201,6 +242,8 @@ RILO_DECLARE_ENCODER(cli::CLICaptionCueDescription);
 RILO_DECLARE_ENCODER(cli::CLICaptionReadResponse);
 RILO_DECLARE_ENCODER(cli::CLISystemInfoResponse);
 RILO_DECLARE_ENCODER(cli::CLIOutputResponse);
+RILO_DECLARE_ENCODER(cli::CLISpanDescription);
+RILO_DECLARE_ENCODER(cli::CLIIdleResponse);
 
 #undef RILO_DECLARE_ENCODER
 

@@ -1,10 +1,14 @@
 #include "cli/ProjectCommandService.h"
 
 #include "cli/CLIArgumentError.h"
+#include "cli/CLIIdleError.h"
 #include "cli/CLIOutputError.h"
 #include "cli/ProjectInspector.h"
+#include "media/WaveformService.h"
+#include "media/analysis/TimelineIdleAnalyzer.h"
 #include "project/engine/TimelineMapper.h"
 
+#include <algorithm>
 #include <system_error>
 
 namespace rilo::cli {
@@ -112,6 +116,74 @@ CLICaptionReadResponse ProjectCommandService::readCaptions(const std::string& pr
     response.sourceTrack = std::string(json::rawValue(document.sourceTrack));
     response.cues =
         ProjectInspector::cueDescriptions(document, TimelineMapper(timeline.timeline, manifest.duration));
+    return response;
+}
+
+CLIIdleResponse ProjectCommandService::idle(const std::string& projectID, std::int64_t minimumMilliseconds,
+                                            double silenceDecibels, std::optional<MediaTrackKind> track,
+                                            std::int64_t keepTailMilliseconds,
+                                            std::int64_t minimumRemovalMilliseconds) const {
+    const LoadedProject loaded = snapshot(projectID);
+    const ProjectSnapshot& snapshot = loaded.snapshot;
+    const ProjectManifest& manifest = snapshot.manifest;
+    const auto has = [&](MediaTrackKind kind) {
+        return std::any_of(manifest.media.tracks.begin(), manifest.media.tracks.end(),
+                           [&](const MediaTrack& t) { return t.kind == kind; });
+    };
+    MediaTrackKind analyzed = MediaTrackKind::microphone;
+    if (track) {
+        if (!has(*track)) {
+            throw CLIIdleError::audioTrackUnavailable(*track);
+        }
+        analyzed = *track;
+    } else if (has(MediaTrackKind::microphone)) {
+        // The microphone tells best whether a person is speaking.
+        analyzed = MediaTrackKind::microphone;
+    } else if (has(MediaTrackKind::systemAudio)) {
+        analyzed = MediaTrackKind::systemAudio;
+    } else {
+        throw CLIIdleError::noAudioTrack();
+    }
+    throwIfCancelled();
+
+    const WaveformEnvelope envelope = WaveformService(stopToken_).envelope(analyzed, snapshot);
+    throwIfCancelled();
+    const TimelineIdleAnalysis analysis = TimelineIdleAnalyzer::analyze(
+        snapshot.mouseEvents, &envelope, manifest.duration,
+        ProjectTime::fromMilliseconds(minimumMilliseconds), silenceDecibels,
+        TimelineIdleAnalyzer::defaultActivityPadding, TimelineIdleAnalyzer::defaultMergeGap);
+    const TimelineMapper mapper(snapshot.timeline, manifest.duration);
+    std::vector<ProjectTimeRange> retained;
+    for (const TimelineSegment& segment : snapshot.timeline.segments) {
+        retained.push_back(segment.sourceRange);
+    }
+    const std::vector<ProjectTimeRange> cuts = TimelineIdleAnalyzer::recommendedCuts(
+        analysis, retained, ProjectTime::fromMilliseconds(keepTailMilliseconds),
+        ProjectTime::fromMilliseconds(minimumRemovalMilliseconds));
+
+    CLIIdleResponse response;
+    response.projectID = manifest.id.string();
+    response.analyzedTrack = analyzed == MediaTrackKind::microphone ? "microphone" : "system-audio";
+    response.bucketMilliseconds = waveformBucketDuration.cliMilliseconds();
+    response.minimumDurationMilliseconds = minimumMilliseconds;
+    response.silenceThresholdDecibels = silenceDecibels;
+    response.estimatedNoiseFloorDecibels = analysis.estimatedNoiseFloorDecibels;
+    response.recommendedSilenceDecibels = analysis.recommendedSilenceDecibels;
+    response.keepTailMilliseconds = keepTailMilliseconds;
+    response.minimumRemovalMilliseconds = minimumRemovalMilliseconds;
+    for (const ProjectTimeRange& cut : cuts) {
+        response.recommendedCuts.push_back(CLIRange::from(cut));
+    }
+    const auto describe = [&](const std::vector<ProjectTimeRange>& spans) {
+        std::vector<CLISpanDescription> descriptions;
+        for (const ProjectTimeRange& span : spans) {
+            descriptions.push_back(ProjectInspector::spanDescription(span, mapper));
+        }
+        return descriptions;
+    };
+    response.idleSpans = describe(analysis.idleSpans);
+    response.silenceSpans = describe(analysis.silenceSpans);
+    response.quietSpans = describe(analysis.quietSpans);
     return response;
 }
 

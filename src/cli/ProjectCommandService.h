@@ -9,7 +9,9 @@
 #include "project/store/ProjectStore.h"
 #include "shared/AppDirectories.h"
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -59,6 +61,17 @@ public:
     // The caption document in source time, each cue with where it still
     // shows after the cuts; without captions a hint and no cues.
     CLICaptionReadResponse readCaptions(const std::string& projectID) const;
+
+    // The idle analysis of one audio track: the spans without mouse activity,
+    // without sound, and without either, and the cuts that the quiet spans
+    // suggest within the kept material. Without `track` the microphone is
+    // analysed if there is one, else the system audio. Throws CLIIdleError
+    // when the project lacks the track, before any waveform work, and passes
+    // waveform and timeline errors through. Changes nothing but the
+    // package's waveform cache.
+    CLIIdleResponse idle(const std::string& projectID, std::int64_t minimumMilliseconds,
+                         double silenceDecibels, std::optional<MediaTrackKind> track,
+                         std::int64_t keepTailMilliseconds, std::int64_t minimumRemovalMilliseconds) const;
 
     // A single timeline change (cut, speed-set, zoom-add, zoom-rm, set,
     // restore, zoom-regen): computed and validated in memory; previewed with

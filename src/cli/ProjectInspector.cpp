@@ -123,4 +123,12 @@ std::vector<CLICaptionCueDescription> cueDescriptions(const CaptionDocument& doc
     return descriptions;
 }
 
+CLISpanDescription spanDescription(const ProjectTimeRange& span, const TimelineMapper& mapper) {
+    CLISpanDescription description{span.start.cliMilliseconds(), span.end().cliMilliseconds(), {}};
+    for (const ProjectTimeRange& projected : mapper.projectedRanges(span)) {
+        description.sequenceRanges.push_back(CLIRange::from(projected));
+    }
+    return description;
+}
+
 } // namespace rilo::cli::ProjectInspector

@@ -45,4 +45,8 @@ std::vector<std::int64_t> clickMilliseconds(const std::vector<MouseEvent>& mouse
 std::vector<CLICaptionCueDescription> cueDescriptions(const CaptionDocument& document,
                                                       const TimelineMapper& mapper);
 
+// A source span with the sequence ranges that show it (empty when it was cut
+// away); the end is converted from nanoseconds as a whole.
+CLISpanDescription spanDescription(const ProjectTimeRange& span, const TimelineMapper& mapper);
+
 } // namespace rilo::cli::ProjectInspector

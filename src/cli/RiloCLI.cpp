@@ -1,6 +1,7 @@
 #include "cli/RiloCLI.h"
 
 #include "cli/CLIArgumentParser.h"
+#include "cli/CLIIdleError.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectOutputCommands.h"
 #include "cli/SystemCapabilityInspector.h"
@@ -59,7 +60,10 @@ struct Dispatcher {
     json::Json operator()(const command::Describe& c) const {
         return json::encode(service.describe(c.projectID));
     }
-    json::Json operator()(const command::Idle& c) const { return unavailable(c.projectID, "idle"); }
+    json::Json operator()(const command::Idle& c) const {
+        return json::encode(service.idle(c.projectID, c.minimumMilliseconds, c.silenceDecibels, c.track,
+                                         c.keepTailMilliseconds, c.minimumRemovalMilliseconds));
+    }
     json::Json operator()(const command::History& c) const {
         return json::encode(service.history(c.projectID));
     }
@@ -151,7 +155,8 @@ CLIErrorClassification RiloCLI::classify(const std::exception& error) {
             return {"project_store", 5};
         }
     }
-    if (dynamic_cast<const TimelineEffectError*>(&error) != nullptr ||
+    if (dynamic_cast<const CLIIdleError*>(&error) != nullptr ||
+        dynamic_cast<const TimelineEffectError*>(&error) != nullptr ||
         dynamic_cast<const TimelineSettingsError*>(&error) != nullptr ||
         dynamic_cast<const TimelineEditError*>(&error) != nullptr ||
         dynamic_cast<const TimelineSpeedError*>(&error) != nullptr ||

@@ -357,6 +357,12 @@ public:
 private:
     float sampleAt(std::int64_t index) const {
         const double seconds = static_cast<double>(index) / audioSampleRate;
+        const ProjectTime time{index * 1'000'000'000 / audioSampleRate};
+        for (const ProjectTimeRange& silent : options_.silentRanges) {
+            if (silent.contains(time)) {
+                return 0;
+            }
+        }
         return static_cast<float>(toneAmplitude *
                                   std::sin(2 * std::numbers::pi * options_.frequencyHertz * seconds));
     }

@@ -25,6 +25,8 @@ public:
 
 struct AudioTrackOptions {
     double frequencyHertz = 440;
+    // Stretches of the track that are digital silence instead of the tone.
+    std::vector<ProjectTimeRange> silentRanges;
 };
 
 // What the frames show: a luma ramp that moves 4 pixels a frame (no two
@@ -44,7 +46,7 @@ struct RecordingMovieOptions {
     VideoTrackOptions screen;
     std::optional<VideoTrackOptions> webcam;
     std::optional<AudioTrackOptions> systemAudio = AudioTrackOptions{};
-    std::optional<AudioTrackOptions> microphone = AudioTrackOptions{220};
+    std::optional<AudioTrackOptions> microphone = AudioTrackOptions{220, {}};
     // Fragmented like a live recording: the track descriptions come with the
     // first fragment and every keyframe opens a new fragment, so that a file
     // cut short still plays up to its last whole fragment; keyframes come

@@ -39,6 +39,10 @@ std::vector<MouseEvent> mouseTrack(const RecordedPackageOptions& spec, const Geo
                             position.y * geometry.globalWindowFrame.height};
         event.globalPoint = {event.localPoint.x + geometry.globalWindowFrame.x,
                              event.localPoint.y + geometry.globalWindowFrame.y};
+        if (std::any_of(spec.stillRanges.begin(), spec.stillRanges.end(),
+                        [&](const ProjectTimeRange& still) { return still.contains(t); })) {
+            continue;
+        }
         events.push_back(event);
         if (event.phase == MousePhase::down) {
             MouseEvent release = event;
@@ -77,6 +81,11 @@ std::string arrowCursorPng() {
 }
 
 } // namespace
+
+RecordedPackage makeRecordedPackage(ProjectStore& store) {
+    const RecordedPackageOptions defaults;
+    return makeRecordedPackage(store, defaults);
+}
 
 RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOptions& spec) {
     CaptureSourceDescriptor source;

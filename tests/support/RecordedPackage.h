@@ -20,6 +20,8 @@ struct RecordedPackageOptions {
         {ProjectTime::fromMilliseconds(500), {0.25, 0.25}},
         {ProjectTime::fromMilliseconds(1500), {0.75, 0.6}},
     };
+    // Stretches in which the mouse sends nothing at all; clicks lie outside them.
+    std::vector<ProjectTimeRange> stillRanges;
     // false: the package keeps its .rilo.tmp name in state "recording".
     bool finished = true;
 };
@@ -32,6 +34,9 @@ struct RecordedPackage {
     CursorAssetDescriptor cursorAsset;
 };
 
-RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOptions& spec = {});
+RecordedPackage makeRecordedPackage(ProjectStore& store, const RecordedPackageOptions& spec);
+// With the default options (made out of line: GCC 12 warns falsely about the
+// optional members of a temporary set of options destroyed inline).
+RecordedPackage makeRecordedPackage(ProjectStore& store);
 
 } // namespace rilo::testing

@@ -1,5 +1,6 @@
 #include "app/AgentEditingTemplateStore.h"
 
+#include "cli/StringMapCodec.h"
 #include "cli/UserPerceivedText.h"
 #include "shared/AppDirectories.h"
 #include "shared/Files.h"
@@ -7,32 +8,6 @@
 #include "shared/ValueCodecs.h"
 
 #include <system_error>
-
-namespace rilo::json {
-
-// Capability instructions by raw capability word.
-template <>
-struct Codec<std::map<std::string, std::string>> {
-    static std::map<std::string, std::string> decode(const Json& value, const std::string& path) {
-        if (!value.is_object()) {
-            throwTypeMismatch(path, "对象");
-        }
-        std::map<std::string, std::string> result;
-        for (const auto& [key, member] : value.items()) {
-            result.emplace(key, Codec<std::string>::decode(member, joinPath(path, key)));
-        }
-        return result;
-    }
-    static Json encode(const std::map<std::string, std::string>& values) {
-        Json object = Json::object();
-        for (const auto& [key, value] : values) {
-            object[key] = value;
-        }
-        return object;
-    }
-};
-
-} // namespace rilo::json
 
 namespace rilo::app {
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "cli/CLICaptionExchangeResponses.h"
 #include "cli/CLICommand.h"
 #include "cli/CLIMutationResponse.h"
 #include "cli/CLIReadResponses.h"
 #include "cli/CLIResponses.h"
+#include "cli/EditPlanExchange.h"
 #include "media/TimelineTrackResolver.h"
 #include "project/store/ProjectSnapshot.h"
 #include "project/store/ProjectStore.h"
@@ -62,6 +64,21 @@ public:
     // shows after the cuts; without captions a hint and no cues.
     CLICaptionReadResponse readCaptions(const std::string& projectID) const;
 
+    // Hands an agent a caption job: a new job directory under the exchange
+    // directory with the track as "source.wav" and "job.json", bound to the
+    // audio's digest and the present timeline digest. Writes nothing into
+    // the project. Throws CaptionAudioExporterError (missingTrack for a
+    // project without the track) and CaptionExchangeError.
+    CLICaptionPreparationResponse prepareCaptions(const std::string& projectID, MediaTrackKind track) const;
+    // Turns the job's "captions.json" into a caption document: checked
+    // against the job (CaptionValidationError::staleTimeline once the
+    // timeline changed, staleAudio for another audio), normalised,
+    // validated, checked to lie within the kept segments, and with
+    // `alignsAudio` tightened against the job's audio. A preview writes
+    // nothing; applied, it is committed with history against both expected
+    // digests (missing ones are missingValue("--expect-timeline/--expect-captions")).
+    CLICaptionImportResponse importCaptions(const CLICaptionImportRequest& request) const;
+
     // The idle analysis of one audio track: the spans without mouse activity,
     // without sound, and without either, and the cuts that the quiet spans
     // suggest within the kept material. Without `track` the microphone is
@@ -84,6 +101,18 @@ public:
     static std::vector<std::string> confirmationArguments(const CLIMutation& mutation,
                                                           const std::string& projectID,
                                                           const std::string& digest);
+
+    // Prepares an edit plan job: a new job directory under the exchange
+    // directory with "job.json", recording the digests of the timeline and
+    // the captions as they are now. Writes nothing into the project.
+    CLIEditPlanPreparationResponse prepareEditPlan(const std::string& projectID) const;
+    // Validates the job's plan file against the job and the project, computes
+    // the whole plan in memory and answers with its effect; a preview writes
+    // nothing. Applied, the same result is committed with history in one
+    // timeline write, against the timeline and caption digests the preview
+    // showed, and only if the plan file is still the one previewed. Throws
+    // EditPlanValidationError, the plan engine's errors and the store's.
+    CLIEditPlanResponse executeEditPlan(const CLIEditPlanRequest& request) const;
 
     // Checks an output path of `frame`, `preview` or `export` before the
     // project is opened: it must be absolute (else invalidValue("--out")),

@@ -2,6 +2,7 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "cli/CLIIdleError.h"
+#include "cli/EditPlanError.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectOutputCommands.h"
 #include "cli/SystemCapabilityInspector.h"
@@ -71,16 +72,16 @@ struct Dispatcher {
         return json::encode(service.readCaptions(c.projectID));
     }
     json::Json operator()(const command::CaptionsPrepare& c) const {
-        return unavailable(c.projectID, "captions-prepare");
+        return json::encode(service.prepareCaptions(c.projectID, c.track));
     }
     json::Json operator()(const command::CaptionsImport& c) const {
-        return unavailable(c.request.projectID, "captions-import");
+        return json::encode(service.importCaptions(c.request));
     }
     json::Json operator()(const command::EditPlanPrepare& c) const {
-        return unavailable(c.projectID, "edit-plan-prepare");
+        return json::encode(service.prepareEditPlan(c.projectID));
     }
     json::Json operator()(const command::EditPlan& c) const {
-        return unavailable(c.request.projectID, "edit-plan-preview");
+        return json::encode(service.executeEditPlan(c.request));
     }
     json::Json operator()(const command::Mutate& c) const { return json::encode(service.mutate(c.request)); }
     json::Json operator()(const command::Frame& c) const { return json::encode(outputs.frame(c)); }
@@ -154,6 +155,10 @@ CLIErrorClassification RiloCLI::classify(const std::exception& error) {
         default:
             return {"project_store", 5};
         }
+    }
+    if (const auto* plan = dynamic_cast<const EditPlanValidationError*>(&error)) {
+        return plan->isConflict() ? CLIErrorClassification{"edit_plan_conflict", 3}
+                                  : CLIErrorClassification{"validation", 4};
     }
     if (dynamic_cast<const CLIIdleError*>(&error) != nullptr ||
         dynamic_cast<const TimelineEffectError*>(&error) != nullptr ||

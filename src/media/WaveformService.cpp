@@ -306,4 +306,11 @@ WaveformEnvelope WaveformService::envelope(MediaTrackKind kind, const ProjectSna
     return made;
 }
 
+WaveformEnvelope WaveformService::fileEnvelope(MediaTrackKind kind,
+                                               const std::filesystem::path& audioFile) const {
+    WaveformEnvelope made{kind, {}};
+    WaveformDecoder(audioFile, 0).decode(1, stopToken_, Progress{}, made.peaks);
+    return made;
+}
+
 } // namespace rilo

@@ -40,6 +40,12 @@ public:
     WaveformEnvelope envelope(MediaTrackKind kind, const ProjectSnapshot& snapshot,
                               const Progress& progress) const;
 
+    // The envelope of the first track of an audio file outside any package,
+    // such as the WAV handed to a transcriber; decoded each time, never
+    // cached. Throws readerFailed when the file cannot be decoded and
+    // unsupportedTrack when its first track is not audio.
+    WaveformEnvelope fileEnvelope(MediaTrackKind kind, const std::filesystem::path& audioFile) const;
+
     // Where the envelope of a track of the package is kept.
     static std::filesystem::path cacheURL(const std::filesystem::path& packageURL, MediaTrackKind kind);
 

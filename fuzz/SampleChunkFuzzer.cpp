@@ -45,7 +45,8 @@ void compareReaders(const fuzz::ScratchDirectory& directory, std::string_view by
         }
         return;
     }
-    const bool bothMalformed = chunk.failure.starts_with(malformedText) && general.failure.starts_with(malformedText);
+    const bool bothMalformed =
+        chunk.failure.starts_with(malformedText) && general.failure.starts_with(malformedText);
     if (chunk.failure != general.failure && !bothMalformed) {
         fuzz::finding(std::string(kind) + " chunk: the chunk reader says \"" +
                       (chunk.samples ? std::string("(samples)") : chunk.failure) +

@@ -21,7 +21,8 @@ using namespace rilo;
 // validation does not look at.
 const DeviceFrameCatalog& shippedCatalog() {
     static const DeviceFrameCatalog catalog = [] {
-        DeviceFrameCatalog decoded = DeviceFrameCatalog::decode(readFileBytes(RILO_FUZZ_DEVICE_FRAME_CATALOG));
+        DeviceFrameCatalog decoded =
+            DeviceFrameCatalog::decode(readFileBytes(RILO_FUZZ_DEVICE_FRAME_CATALOG));
         decoded.validate();
         return decoded;
     }();

@@ -166,6 +166,12 @@ std::string write(const Json& value, JsonStyle style) {
 }
 
 Json parse(std::string_view bytes) {
+    // The parser takes a NUL byte for the end of the text and would accept
+    // whatever follows it; JSON has no place for one outside a string, and
+    // there it must be escaped.
+    if (const auto nul = bytes.find('\0'); nul != std::string_view::npos) {
+        throw DecodingError("JSON格式无效：第" + std::to_string(nul + 1) + "个字节是空字符");
+    }
     try {
         return Json::parse(bytes.begin(), bytes.end());
     } catch (const Json::exception& error) {

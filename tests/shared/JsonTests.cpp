@@ -178,6 +178,19 @@ TEST(ObjectReaderTest, DocumentsRoundTripMissingKeysNameTheirPathAndNullCountsAs
     EXPECT_EQ(present.basket.weight, 0.0);
 }
 
+// A NUL byte ends the text for the underlying parser, so a document followed
+// by one and anything at all would otherwise be read as if nothing followed.
+TEST(JsonParserTest, TextWithANulByteIsNotJson) {
+    using namespace std::string_literals;
+    for (const std::string& text : {"{}\0"s, "[1]\0garbage"s, "\0"s}) {
+        EXPECT_THROW(json::parse(text), json::DecodingError) << text.size();
+    }
+    EXPECT_EQ(rilo::testing::thrownMessage<json::DecodingError>([] { json::parse("[1]\0x"s); }),
+              "JSON格式无效：第4个字节是空字符");
+    // Escaped, it is an ordinary character of a string.
+    EXPECT_EQ(json::parse(R"(["a\u0000b"])")[0].get<std::string>(), "a\0b"s);
+}
+
 TEST(ObjectReaderTest, IntegersMustBeWholeAndInRangeAndOtherTypesAndWordsMatch) {
     EXPECT_EQ(json::decode<std::int32_t>(json::parse("3.0")), 3);
     EXPECT_EQ(json::decode<std::int64_t>(json::parse("-9223372036854775808")),

@@ -237,8 +237,8 @@ public:
         const std::string name = file.filename().string();
         dom::element document;
         if (const auto error = parser_.parse(bytes_.data(), bytes_.size(), false).get(document)) {
-            throw json::DecodingError(std::string("JSON格式无效：") + simdjson::error_message(error) + "（" +
-                                      name + "）");
+            appendRefusedBySimdjson(name, error, samples);
+            return;
         }
         const Path root{nullptr, {}, 0, name};
         dom::array elements;
@@ -260,6 +260,24 @@ public:
     }
 
 private:
+    // simdjson refuses some JSON that the record codecs read: integers beyond
+    // 64 bits and nesting deeper than its limit. A file it refuses goes to the
+    // codecs, so that both readers agree on every file; text that is no JSON
+    // at all keeps simdjson's complaint, naming the file.
+    void appendRefusedBySimdjson(const std::string& name, simdjson::error_code error,
+                                 std::vector<T>& samples) {
+        json::Json parsed;
+        try {
+            parsed = json::parse(std::string_view(bytes_));
+        } catch (const json::DecodingError&) {
+            throw json::DecodingError(std::string("JSON格式无效：") + simdjson::error_message(error) + "（" +
+                                      name + "）");
+        }
+        std::vector<T> decoded = json::decode<std::vector<T>>(parsed, name);
+        samples.insert(samples.end(), std::make_move_iterator(decoded.begin()),
+                       std::make_move_iterator(decoded.end()));
+    }
+
     dom::parser parser_;
     std::string bytes_;
 };

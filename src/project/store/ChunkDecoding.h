@@ -10,7 +10,9 @@
 // numbers written as doubles accepted for integers, enumerations by their
 // raw words; and its failures are the same json::DecodingError texts, naming
 // the key path from the file's name ("000003.json[12].time.nanoseconds").
-// Malformed text is a DecodingError too, naming the file.
+// Malformed text is a DecodingError too, naming the file. The rare file that
+// simdjson cannot take though it is JSON (integers beyond 64 bits, very deep
+// nesting) is decoded by the record codecs themselves.
 //
 // This header does not include simdjson.
 

@@ -78,6 +78,8 @@ TEST(ChunkDecoding, FailuresNameTheFileAndKeyPathAsTheRecordCodecDoes) {
         {edited("\"geometryRevision\":7", "\"geometryRevision\":7.5"),
          "类型不符：" + at + "geometryRevision应为整数"},
         {edited("8333333", "9223372036854775808"), "类型不符：" + at + "time.nanoseconds应为范围内的整数"},
+        // Beyond 64 bits the number is a double, and no whole one in range.
+        {edited("8333333", "100000000000000000000000"), "类型不符：" + at + "time.nanoseconds应为整数"},
         {edited("9000000000", "-5"), "类型不符：" + at + "rawTimestampNanoseconds应为范围内的整数"},
         {edited("100.5", "\"100.5\""), "类型不符：" + at + "globalPoint.x应为数值"},
         {edited("\"isInsideSource\":true", "\"isInsideSource\":1"),
@@ -117,6 +119,16 @@ TEST(ChunkDecoding, UnusualButValidFormsFollowTheRecordRules) {
     accepted(editedEvent("\"geometryRevision\":7", "\"geometryRevision\":7.0"), expected);
     accepted(editedEvent("8333333", "8.333333e6"), expected);
     accepted(editedEvent("{\"button\"", "{\"unknown\":[{}],\"button\""), expected);
+    // Forms that simdjson does not take but JSON allows: integers beyond 64
+    // bits, and nesting deeper than simdjson's limit in a member that no
+    // record knows.
+    accepted(editedEvent("{\"button\"", "{\"unknown\":100000000000000000000000,\"button\""), expected);
+    accepted(editedEvent("{\"button\"",
+                         "{\"unknown\":" + std::string(2000, '[') + std::string(2000, ']') + ",\"button\""),
+             expected);
+    MouseEvent far = expected;
+    far.globalPoint.x = 1e23;
+    accepted(editedEvent("100.5", "100000000000000000000000"), far);
 
     MouseEvent right = expected;
     right.button = MouseButton::right;

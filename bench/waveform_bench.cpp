@@ -8,7 +8,7 @@
 //
 // Usage: waveform_bench [minutes]   (default 60)
 
-#include "media/WaveformService.h"
+#include "media/audio/WaveformService.h"
 
 #include <chrono>
 #include <cstdio>

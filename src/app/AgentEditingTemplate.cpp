@@ -1,6 +1,6 @@
 #include "app/AgentEditingTemplate.h"
 
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
 
 namespace rilo::app {
 

@@ -5,7 +5,7 @@
 // written by a newer version with capabilities unknown here still loads;
 // applying the template skips what this project or this version cannot do.
 
-#include "cli/AgentEditingRequirements.h"
+#include "cli/agent/AgentEditingRequirements.h"
 #include "shared/IsoDate.h"
 #include "shared/JsonNames.h"
 #include "shared/Uuid.h"

@@ -1,7 +1,7 @@
 #include "app/AgentEditingTemplateStore.h"
 
-#include "cli/StringMapCodec.h"
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
+#include "cli/exchange/StringMapCodec.h"
 #include "shared/AppDirectories.h"
 #include "shared/Files.h"
 #include "shared/Json.h"

@@ -2,8 +2,8 @@
 
 // What one command line asks for, as parsed by CLIArgumentParser.
 
-#include "cli/AgentHelpCatalog.h"
 #include "cli/CLIRange.h"
+#include "cli/agent/AgentHelpCatalog.h"
 #include "export/ExportConfiguration.h"
 #include "project/document/MediaTrackKind.h"
 #include "shared/Geometry.h"

@@ -4,8 +4,8 @@
 #include "cli/CLIIdleError.h"
 #include "cli/CLIOutputError.h"
 #include "cli/ProjectInspector.h"
-#include "media/WaveformService.h"
 #include "media/analysis/TimelineIdleAnalyzer.h"
+#include "media/audio/WaveformService.h"
 #include "project/engine/TimelineMapper.h"
 
 #include <algorithm>

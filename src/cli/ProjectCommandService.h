@@ -1,11 +1,11 @@
 #pragma once
 
-#include "cli/CLICaptionExchangeResponses.h"
 #include "cli/CLICommand.h"
 #include "cli/CLIMutationResponse.h"
 #include "cli/CLIReadResponses.h"
 #include "cli/CLIResponses.h"
-#include "cli/EditPlanExchange.h"
+#include "cli/exchange/CLICaptionExchangeResponses.h"
+#include "cli/exchange/EditPlanExchange.h"
 #include "media/TimelineTrackResolver.h"
 #include "project/store/ProjectSnapshot.h"
 #include "project/store/ProjectStore.h"

@@ -2,10 +2,10 @@
 
 #include "cli/CLIArgumentParser.h"
 #include "cli/CLIIdleError.h"
-#include "cli/EditPlanError.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectOutputCommands.h"
 #include "cli/SystemCapabilityInspector.h"
+#include "cli/exchange/EditPlanError.h"
 #include "project/document/TimelineEffectError.h"
 #include "project/document/TimelineValidationError.h"
 #include "project/engine/TimelineEditError.h"

@@ -1,6 +1,6 @@
-#include "cli/AgentEditingCapabilities.h"
-#include "cli/AgentEditingRequirements.h"
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/AgentEditingCapabilities.h"
+#include "cli/agent/AgentEditingRequirements.h"
+#include "cli/agent/UserPerceivedText.h"
 #include "project/store/ProjectSnapshot.h"
 
 #include <gtest/gtest.h>

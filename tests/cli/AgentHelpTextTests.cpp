@@ -1,4 +1,4 @@
-#include "cli/AgentHelpCatalog.h"
+#include "cli/agent/AgentHelpCatalog.h"
 #include "shared/Files.h"
 #include "support/TestPaths.h"
 

@@ -1,5 +1,5 @@
-#include "cli/AgentEditingRequirementComposer.h"
-#include "cli/AgentPromptBuilder.h"
+#include "cli/agent/AgentEditingRequirementComposer.h"
+#include "cli/agent/AgentPromptBuilder.h"
 #include "project/store/ProjectSnapshot.h"
 
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 // plan it becomes; plus the reading rules of the exchange directory and what
 // a plan tells about the captions.
 
-#include "cli/EditPlanDocument.h"
-#include "cli/EditPlanError.h"
-#include "cli/EditPlanExchange.h"
+#include "cli/exchange/EditPlanDocument.h"
+#include "cli/exchange/EditPlanError.h"
+#include "cli/exchange/EditPlanExchange.h"
 #include "project/engine/TimelinePlanError.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"

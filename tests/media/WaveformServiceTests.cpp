@@ -1,7 +1,7 @@
 // The waveform of real recorded audio, and its cache in the package.
 
-#include "media/WaveformService.h"
 #include "media/analysis/AudioActivityAnalyzer.h"
+#include "media/audio/WaveformService.h"
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
 #include "support/BuildCatalog.h"

@@ -3,7 +3,7 @@
 // The answers of captions-prepare and captions-import.
 
 #include "cli/CLIRange.h"
-#include "cli/CaptionExchange.h"
+#include "cli/exchange/CaptionExchange.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "media/CaptionAudioExporter.h"
+#include "media/audio/CaptionAudioExporter.h"
 
 #include "media/FFmpegHandles.h"
 #include "shared/Sha256.h"

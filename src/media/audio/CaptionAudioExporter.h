@@ -11,7 +11,7 @@
 // CaptionAudioExporterError; a partial file may remain at the output path,
 // which the caller treats as scratch.
 
-#include "media/CaptionAudioExporterError.h"
+#include "media/audio/CaptionAudioExporterError.h"
 #include "project/document/MediaTrackKind.h"
 #include "project/store/ProjectSnapshot.h"
 

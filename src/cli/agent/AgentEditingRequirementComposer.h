@@ -4,8 +4,8 @@
 // each chosen capability, the requirement section of the prompt, and the
 // help topics the agent must read first.
 
-#include "cli/AgentEditingRequirements.h"
-#include "cli/AgentHelpCatalog.h"
+#include "cli/agent/AgentEditingRequirements.h"
+#include "cli/agent/AgentHelpCatalog.h"
 
 #include <string>
 #include <vector>

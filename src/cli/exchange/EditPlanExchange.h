@@ -14,7 +14,7 @@
 #include "cli/CLIMutationResponse.h"
 #include "cli/CLIRange.h"
 #include "cli/CLIReadResponses.h"
-#include "cli/EditPlanDocument.h"
+#include "cli/exchange/EditPlanDocument.h"
 #include "project/caption/CaptionDocument.h"
 #include "project/document/EditTimeline.h"
 #include "shared/Json.h"

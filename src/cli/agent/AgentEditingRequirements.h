@@ -5,7 +5,7 @@
 // name, and free text for the whole request. Plain values; the form edits
 // them, the prompt builder reads them, templates store them.
 
-#include "cli/AgentEditingCapabilities.h"
+#include "cli/agent/AgentEditingCapabilities.h"
 #include "shared/JsonNames.h"
 
 #include <array>

@@ -1,7 +1,7 @@
-#include "cli/EditPlanDocument.h"
+#include "cli/exchange/EditPlanDocument.h"
 
-#include "cli/EditPlanError.h"
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
+#include "cli/exchange/EditPlanError.h"
 #include "project/engine/TimelinePlanError.h"
 
 #include <cmath>

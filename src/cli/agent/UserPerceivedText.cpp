@@ -1,4 +1,4 @@
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
 
 #include <cstdint>
 #include <memory>

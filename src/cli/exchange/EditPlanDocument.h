@@ -7,7 +7,7 @@
 // TimelinePlanEngine after checking each operation on its own.
 
 #include "cli/CLIRange.h"
-#include "cli/StringMapCodec.h"
+#include "cli/exchange/StringMapCodec.h"
 #include "project/engine/TimelinePlanEngine.h"
 #include "shared/IsoDate.h"
 #include "shared/Json.h"

@@ -1,6 +1,6 @@
-#include "cli/CaptionExchange.h"
+#include "cli/exchange/CaptionExchange.h"
 
-#include "cli/CaptionExchangeError.h"
+#include "cli/exchange/CaptionExchangeError.h"
 #include "shared/Json.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // The texts an agent reads through `help`. Their wording is part of the
 // command line's interface: agents follow it literally.
 
-#include "cli/AgentHelpCatalog.h"
+#include "cli/agent/AgentHelpCatalog.h"
 
 namespace rilo::cli {
 

@@ -1,6 +1,6 @@
-#include "cli/EditPlanExchange.h"
+#include "cli/exchange/EditPlanExchange.h"
 
-#include "cli/EditPlanError.h"
+#include "cli/exchange/EditPlanError.h"
 #include "project/engine/TimelineMapper.h"
 
 #include <algorithm>

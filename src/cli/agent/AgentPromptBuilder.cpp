@@ -1,6 +1,6 @@
-#include "cli/AgentPromptBuilder.h"
+#include "cli/agent/AgentPromptBuilder.h"
 
-#include "cli/AgentEditingRequirementComposer.h"
+#include "cli/agent/AgentEditingRequirementComposer.h"
 #include "project/store/ProjectSnapshot.h"
 
 #include <algorithm>

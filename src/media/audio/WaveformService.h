@@ -14,8 +14,8 @@
 // WaveformServiceError and leave the cache as it was; failing to write the
 // cache is not a failure.
 
-#include "media/WaveformServiceError.h"
 #include "media/analysis/WaveformEnvelope.h"
+#include "media/audio/WaveformServiceError.h"
 #include "project/document/MediaTrackKind.h"
 #include "project/store/ProjectSnapshot.h"
 

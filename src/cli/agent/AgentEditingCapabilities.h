@@ -4,7 +4,7 @@
 // form of the editor offers them: one fixed catalog, in the order the form
 // shows them, with the help topic each one needs the agent to read.
 
-#include "cli/AgentHelpCatalog.h"
+#include "cli/agent/AgentHelpCatalog.h"
 #include "shared/JsonNames.h"
 
 #include <array>

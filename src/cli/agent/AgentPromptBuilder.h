@@ -5,7 +5,7 @@
 // facts, how to start the command line, the safety rules and which help to
 // read. Pure functions of their arguments.
 
-#include "cli/AgentEditingRequirements.h"
+#include "cli/agent/AgentEditingRequirements.h"
 #include "project/document/MediaTrackKind.h"
 
 #include <filesystem>

@@ -1,6 +1,6 @@
-#include "cli/AgentEditingRequirementComposer.h"
+#include "cli/agent/AgentEditingRequirementComposer.h"
 
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
 
 #include <algorithm>
 #include <set>

@@ -1,6 +1,6 @@
-#include "media/WaveformCacheFile.h"
+#include "media/audio/WaveformCacheFile.h"
 
-#include "media/WaveformServiceError.h"
+#include "media/audio/WaveformServiceError.h"
 #include "shared/JsonNames.h"
 
 #include <algorithm>

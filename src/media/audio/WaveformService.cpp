@@ -1,7 +1,7 @@
-#include "media/WaveformService.h"
+#include "media/audio/WaveformService.h"
 
 #include "media/FFmpegHandles.h"
-#include "media/WaveformCacheFile.h"
+#include "media/audio/WaveformCacheFile.h"
 #include "project/document/ProjectPackage.h"
 #include "shared/Files.h"
 

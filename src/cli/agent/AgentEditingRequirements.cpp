@@ -1,6 +1,6 @@
-#include "cli/AgentEditingRequirements.h"
+#include "cli/agent/AgentEditingRequirements.h"
 
-#include "cli/UserPerceivedText.h"
+#include "cli/agent/UserPerceivedText.h"
 
 namespace rilo::cli {
 

@@ -5,12 +5,12 @@
 // Nothing reaches the project before that commit.
 
 #include "cli/CLIArgumentError.h"
-#include "cli/CLICaptionExchangeResponses.h"
-#include "cli/CaptionExchangeError.h"
 #include "cli/ProjectCommandService.h"
-#include "media/CaptionAudioExporter.h"
-#include "media/WaveformService.h"
+#include "cli/exchange/CLICaptionExchangeResponses.h"
+#include "cli/exchange/CaptionExchangeError.h"
 #include "media/analysis/CaptionTimingAligner.h"
+#include "media/audio/CaptionAudioExporter.h"
+#include "media/audio/WaveformService.h"
 #include "project/engine/TimelineMapper.h"
 #include "shared/Files.h"
 #include "shared/Sha256.h"

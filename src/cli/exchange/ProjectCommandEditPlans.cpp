@@ -4,10 +4,10 @@
 // TimelinePlanEngine and shows its effect; with --apply and the three digests
 // of that preview it commits the same result in one timeline write.
 
-#include "cli/EditPlanError.h"
-#include "cli/EditPlanExchange.h"
 #include "cli/ProjectCommandService.h"
 #include "cli/ProjectInspector.h"
+#include "cli/exchange/EditPlanError.h"
+#include "cli/exchange/EditPlanExchange.h"
 #include "project/document/TimelineValidator.h"
 #include "project/engine/TimelineEffectEngine.h"
 #include "project/engine/TimelineMapper.h"

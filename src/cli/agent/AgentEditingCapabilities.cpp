@@ -1,4 +1,4 @@
-#include "cli/AgentEditingCapabilities.h"
+#include "cli/agent/AgentEditingCapabilities.h"
 
 #include "project/store/ProjectSnapshot.h"
 

@@ -1,5 +1,6 @@
 #include "cli/exchange/CaptionExchange.h"
 
+#include "cli/exchange/AgentExchangeFiles.h"
 #include "cli/exchange/CaptionExchangeError.h"
 #include "shared/Json.h"
 
@@ -75,16 +76,6 @@ std::string lowercased(std::string_view text) {
     std::string result(text);
     std::transform(result.begin(), result.end(), result.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return result;
-}
-
-// The path with links resolved, or none when it cannot be resolved.
-std::optional<std::filesystem::path> resolved(const std::filesystem::path& path) {
-    std::error_code error;
-    std::filesystem::path result = std::filesystem::canonical(path, error);
-    if (error) {
-        return std::nullopt;
-    }
     return result;
 }
 
@@ -171,9 +162,17 @@ CaptionExchangeDocument::captionDocument(const CaptionExchangeJob& job,
 }
 
 namespace CaptionExchange {
+namespace {
+
+const AgentExchangeFiles::Failures failures{
+    [] { return std::make_exception_ptr(CaptionExchangeError::invalidDocument()); },
+    [] { return std::make_exception_ptr(CaptionExchangeError::documentTooLarge()); },
+};
+
+} // namespace
 
 std::filesystem::path exchangeRootDirectory(const std::filesystem::path& projectsDirectory) {
-    return projectsDirectory.parent_path() / "AgentExchange";
+    return AgentExchangeFiles::rootDirectory(projectsDirectory);
 }
 
 std::filesystem::path jobDirectory(const std::filesystem::path& exchangeRoot, const Uuid& jobID) {
@@ -181,65 +180,16 @@ std::filesystem::path jobDirectory(const std::filesystem::path& exchangeRoot, co
 }
 
 std::filesystem::path createJobDirectory(const std::filesystem::path& exchangeRoot, const Uuid& jobID) {
-    std::error_code error;
-    const auto status = std::filesystem::symlink_status(exchangeRoot, error);
-    if (status.type() == std::filesystem::file_type::not_found) {
-        std::filesystem::create_directories(exchangeRoot, error);
-        if (error) {
-            throw CaptionExchangeError::invalidDocument();
-        }
-    } else if (error || status.type() != std::filesystem::file_type::directory) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    const auto root = resolved(exchangeRoot);
-    if (!root || *root != exchangeRoot.lexically_normal()) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    const std::filesystem::path directory = jobDirectory(*root, jobID);
-    if (!std::filesystem::create_directory(directory, error) || error) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    return directory;
+    return AgentExchangeFiles::createJobDirectory(exchangeRoot, jobID, failures);
 }
 
 void checkExchangeFile(const std::filesystem::path& file, const std::filesystem::path& exchangeRoot) {
-    const std::filesystem::path parent = file.parent_path();
-    const auto root = resolved(exchangeRoot);
-    const auto resolvedParent = resolved(parent);
-    if (!root || !resolvedParent || *resolvedParent != parent.lexically_normal() ||
-        resolvedParent->parent_path() != *root) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    std::error_code error;
-    const auto status = std::filesystem::symlink_status(file, error);
-    if (error || status.type() != std::filesystem::file_type::regular) {
-        throw CaptionExchangeError::invalidDocument();
-    }
+    AgentExchangeFiles::checkFile(file, exchangeRoot, failures);
 }
 
 std::string readExchangeData(const std::filesystem::path& file, const std::filesystem::path& exchangeRoot,
                              std::size_t maximumBytes) {
-    checkExchangeFile(file, exchangeRoot);
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(file, error);
-    if (error || size > maximumBytes) {
-        throw CaptionExchangeError::documentTooLarge();
-    }
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    // One byte more than allowed tells a file that grew since its size was taken.
-    std::string bytes(maximumBytes + 1, '\0');
-    stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (stream.bad()) {
-        throw CaptionExchangeError::invalidDocument();
-    }
-    bytes.resize(static_cast<std::size_t>(stream.gcount()));
-    if (bytes.size() > maximumBytes) {
-        throw CaptionExchangeError::documentTooLarge();
-    }
-    return bytes;
+    return AgentExchangeFiles::read(file, exchangeRoot, maximumBytes, failures);
 }
 
 CaptionExchangeJob decodeJob(std::string_view bytes) {

@@ -33,6 +33,10 @@ public:
     // Opens every audible audio track of the plan in the media file. Throws
     // MediaProbeError when the file or a track cannot be opened.
     CompositionAudioReader(const TimelineCompositionPlan& plan, const std::filesystem::path& mediaPath);
+    // The same from the sequence time `start` on, as a player resuming there
+    // hears it: the first frame read is the one at `start`.
+    CompositionAudioReader(const TimelineCompositionPlan& plan, const std::filesystem::path& mediaPath,
+                           ProjectTime start);
 
     // Writes up to maxFrames frames (maxFrames * channelCount floats) and
     // returns how many; 0 at the end.

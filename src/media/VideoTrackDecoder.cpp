@@ -80,6 +80,15 @@ DecodedVideoFrame::DecodedVideoFrame()
 
 DecodedVideoFrame::~DecodedVideoFrame() = default;
 
+std::shared_ptr<const DecodedVideoFrame> DecodedVideoFrame::share() const {
+    auto copy = std::make_shared<DecodedVideoFrame>();
+    if (av_frame_ref(copy->frame_.get(), frame_.get()) < 0) {
+        throw std::bad_alloc();
+    }
+    copy->presentationTime_ = presentationTime_;
+    return copy;
+}
+
 VideoFramePlanes DecodedVideoFrame::planes() const noexcept {
     const AVFrame& frame = *frame_;
     VideoFramePlanes planes;

@@ -67,6 +67,10 @@ public:
     ProjectTime presentationTime() const noexcept { return presentationTime_; }
     // A view of the picture's planes, valid while the frame is unchanged.
     VideoFramePlanes planes() const noexcept;
+    // A frame of its own that shares this one's picture buffers (no pixels
+    // are copied) and stays valid whatever the decoder does next, for
+    // handing a picture to another thread.
+    std::shared_ptr<const DecodedVideoFrame> share() const;
 
 private:
     friend class VideoTrackDecoder;

@@ -96,6 +96,19 @@ struct YuvColor {
     std::uint8_t y, u, v;
 };
 
+void fill(AVFrame& frame, double x, double y, double width, double height, YuvColor color);
+
+// Draws frame `number` as bars: bit i of the number is bar i from the left,
+// white when set and black when clear.
+void drawFrameNumber(AVFrame& frame, std::int64_t number) {
+    for (int bit = 0; bit < frameNumberBarCount; ++bit) {
+        const bool set = ((number >> bit) & 1) != 0;
+        const std::uint8_t luma = set ? 235 : 16;
+        fill(frame, static_cast<double>(bit) / frameNumberBarCount, 0, 1.0 / frameNumberBarCount + 0.01, 1,
+             YuvColor{luma, 128, 128});
+    }
+}
+
 // BT.709 limited range, from 8-bit RGB.
 YuvColor yuv(int r, int g, int b) {
     const double y = 16 + (0.2126 * r + 0.7152 * g + 0.0722 * b) * 219.0 / 255.0;
@@ -191,13 +204,18 @@ protected:
                 return;
             }
             check(received, "cannot encode");
-            if (packet->duration == 0) {
-                packet->duration = packetDuration;
-            }
-            av_packet_rescale_ts(packet.get(), codec->time_base, stream->time_base);
+            stamp(*packet);
             packet->stream_index = stream->index;
             check(av_interleaved_write_frame(&output, packet.get()), "cannot write a packet");
         }
+    }
+
+    // Puts an encoded packet on the track's time line.
+    virtual void stamp(AVPacket& encoded) {
+        if (encoded.duration == 0) {
+            encoded.duration = packetDuration;
+        }
+        av_packet_rescale_ts(&encoded, codec->time_base, stream->time_base);
     }
 
     // Adds the track and its encoder, one thread, headers where the container wants them.
@@ -233,9 +251,14 @@ public:
                      bool barsMoveDown)
         : framesPerSecond_(options.framesPerSecond)
         , picture_(options.picture)
-        , barsMoveDown_(barsMoveDown) {
+        , barsMoveDown_(barsMoveDown)
+        , frameTimes_(options.frameTimes)
+        , duration_(duration) {
         frameCount_ =
             std::max<std::int64_t>(1, duration.nanoseconds * options.framesPerSecond / 1'000'000'000);
+        if (!frameTimes_.empty()) {
+            frameCount_ = static_cast<std::int64_t>(frameTimes_.size());
+        }
         const AVCodec* encoder = videoEncoder();
         add(output, encoder, "a video track");
         const auto fps = static_cast<int>(options.framesPerSecond);
@@ -258,6 +281,9 @@ public:
             codec->global_quality = FF_QP2LAMBDA * 3;
         }
         open(encoder, settings.get());
+        if (!frameTimes_.empty()) {
+            stream->time_base = AVRational{1, 1'000'000'000};
+        }
 
         frame->format = AV_PIX_FMT_YUV420P;
         frame->width = codec->width;
@@ -266,6 +292,9 @@ public:
     }
 
     double nextSeconds() const override {
+        if (!flushed_ && !frameTimes_.empty()) {
+            return frameTimes_[static_cast<std::size_t>(std::min(next_, frameCount_ - 1))].seconds();
+        }
         return flushed_ ? INFINITY : static_cast<double>(next_) / static_cast<double>(framesPerSecond_);
     }
 
@@ -278,6 +307,8 @@ public:
         check(av_frame_make_writable(frame.get()), "cannot write a picture");
         if (picture_ == MoviePicture::desktop) {
             drawDesktop(*frame, next_, framesPerSecond_);
+        } else if (picture_ == MoviePicture::frameNumber) {
+            drawFrameNumber(*frame, next_);
         } else {
             drawRamp(*frame, next_, barsMoveDown_);
         }
@@ -286,10 +317,30 @@ public:
         ++next_;
     }
 
+protected:
+    // The encoder counts frames; with frame times given, frame i lands at
+    // the i-th time (there are no B-frames, so decoding and presentation
+    // order agree).
+    void stamp(AVPacket& encoded) override {
+        if (frameTimes_.empty()) {
+            TrackWriter::stamp(encoded);
+            return;
+        }
+        const auto index = static_cast<std::size_t>(encoded.pts);
+        const ProjectTime start = frameTimes_.at(index);
+        const ProjectTime end = index + 1 < frameTimes_.size() ? frameTimes_[index + 1]
+                                                               : std::max(duration_, start + ProjectTime{1});
+        encoded.pts = start.nanoseconds;
+        encoded.dts = frameTimes_.at(static_cast<std::size_t>(encoded.dts)).nanoseconds;
+        encoded.duration = (end - start).nanoseconds;
+    }
+
 private:
     std::int64_t framesPerSecond_;
     MoviePicture picture_;
     bool barsMoveDown_;
+    std::vector<ProjectTime> frameTimes_;
+    ProjectTime duration_;
     std::int64_t frameCount_ = 0;
     std::int64_t next_ = 0;
     bool flushed_ = false;

@@ -30,14 +30,23 @@ struct AudioTrackOptions {
 };
 
 // What the frames show: a luma ramp that moves 4 pixels a frame (no two
-// frames alike), or a desktop with a window whose contents scroll, for
-// samples a person looks at.
-enum class MoviePicture { movingRamp, desktop };
+// frames alike), a desktop with a window whose contents scroll, for samples a
+// person looks at, or the frame's number as 12 vertical bars, white for a set
+// bit, the lowest bit on the left, for tests that must tell which frame is
+// shown (see frameNumberBarCount).
+enum class MoviePicture { movingRamp, desktop, frameNumber };
+
+inline constexpr int frameNumberBarCount = 12;
 
 struct VideoTrackOptions {
     PixelSize pixelSize{320, 180};
     std::int64_t framesPerSecond = 30;
     MoviePicture picture = MoviePicture::movingRamp;
+    // When not empty: one frame at each of these rising times, before the
+    // movie's duration, instead of one every 1/fps. The track then counts in
+    // nanoseconds, and a frame lasts until the next (the last until the
+    // duration).
+    std::vector<ProjectTime> frameTimes = {};
 };
 
 struct RecordingMovieOptions {

@@ -229,6 +229,24 @@ TEST_F(ProjectPlayerTest, ASkimStormEndsOnTheLastTimeAskedWithFewSeeks) {
     EXPECT_EQ(shownFrameNumber(), frameAtSource(*player->sourceTime(last)));
 }
 
+TEST_F(ProjectPlayerTest, AWebcamTrackPlaysInLockstepWithTheScreen) {
+    testing::RecordedPackageOptions options;
+    options.clicks.clear();
+    options.movie.webcam = testing::VideoTrackOptions{{160, 120}, 30, testing::MoviePicture::movingRamp};
+    recorded = testing::makeRecordedPackage(store, options);
+    ProjectSnapshot withWebcam = store.loadSnapshot(recorded.package);
+    auto player = ProjectPlayer::make(withWebcam, std::nullopt, std::nullopt, {queue.poster(), nullptr});
+    ASSERT_TRUE(player->hasWebcam());
+    PreviewDrawer drawer(renderer, player->frameProvider());
+    player->seek(seconds(1.5));
+    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }));
+    const std::optional<PreviewFrame> frame = drawer.draw(
+        PreviewRenderMode::onDemand(player->previewRevision()), false, target.framebufferTarget());
+    ASSERT_TRUE(frame);
+    ASSERT_NE(frame->webcamPixelBuffer, nullptr);
+    EXPECT_EQ(frame->webcamPixelBuffer->presentationTime(), frame->screenPixelBuffer->presentationTime());
+}
+
 TEST_F(ProjectPlayerTest, PlayAtTheEndStartsFromTheBeginning) {
     auto player = makePlayer();
     player->seek(player->duration());

@@ -94,26 +94,37 @@ void CompositionVideoPlayer::show(ProjectTime sequenceTime, ProjectTime toleranc
     if (newestPresentation_ && *newestPresentation_ == frame->presentationTime()) {
         return;
     }
-    publish(*frame);
+    publish(*frame, mapped->segmentID);
 }
 
-void CompositionVideoPlayer::publish(const DecodedVideoFrame& frame) {
+void CompositionVideoPlayer::publish(const DecodedVideoFrame& frame, const Uuid& segmentID) {
     newestPresentation_ = frame.presentationTime();
     std::shared_ptr<const DecodedVideoFrame> shared = frame.share();
     const std::scoped_lock lock(mutex_);
-    newest_ = PlayerPicture{std::move(shared), newest_.serial + 1};
+    newest_ = PlayerPicture{std::move(shared), newest_.serial + 1, segmentID};
+}
+
+std::shared_ptr<const DecodedVideoFrame> CompositionVideoPlayer::preparedFrame(const Uuid& segmentID) const {
+    const std::scoped_lock lock(mutex_);
+    if (preparedCut_ && preparedCut_->segmentID == segmentID) {
+        return preparedCut_->frame;
+    }
+    return nullptr;
 }
 
 void CompositionVideoPlayer::follow() {
     const ProjectTime now = clock_->now();
-    if (preparedCut_ && now >= preparedCut_->sequenceStart) {
-        const bool atTheCut =
-            now.nanoseconds - preparedCut_->sequenceStart.nanoseconds < cutLookaheadNanoseconds;
-        if (atTheCut) {
-            std::swap(decoder_, lookahead_);
-            publish(*preparedCut_->frame);
+    std::optional<PreparedCut> reached;
+    {
+        const std::scoped_lock lock(mutex_);
+        if (preparedCut_ && now >= preparedCut_->sequenceStart) {
+            reached = std::move(preparedCut_);
+            preparedCut_.reset();
         }
-        preparedCut_.reset();
+    }
+    if (reached && now.nanoseconds - reached->sequenceStart.nanoseconds < cutLookaheadNanoseconds) {
+        std::swap(decoder_, lookahead_);
+        publish(*reached->frame, reached->segmentID);
     }
     show(now, ProjectTime{0});
     prepareNextCut(now);
@@ -131,10 +142,16 @@ void CompositionVideoPlayer::prepareNextCut(ProjectTime now) {
         if (!isCut || start.nanoseconds - now.nanoseconds > cutLookaheadNanoseconds) {
             return;
         }
-        if (!preparedCut_ || preparedCut_->sequenceStart != start) {
-            const DecodedVideoFrame* frame = lookahead_->frameAt(next.segment.sourceRange.start);
-            preparedCut_ = PreparedCut{start, frame->share()};
+        {
+            const std::scoped_lock lock(mutex_);
+            if (preparedCut_ && preparedCut_->sequenceStart == start) {
+                return;
+            }
         }
+        const DecodedVideoFrame* frame = lookahead_->frameAt(next.segment.sourceRange.start);
+        std::shared_ptr<const DecodedVideoFrame> shared = frame->share();
+        const std::scoped_lock lock(mutex_);
+        preparedCut_ = PreparedCut{start, next.segment.id, std::move(shared)};
         return;
     }
 }

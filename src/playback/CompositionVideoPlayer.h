@@ -44,6 +44,8 @@ struct PlayerPicture {
     std::shared_ptr<const DecodedVideoFrame> frame;
     // Counts up with every new picture; 0 is none.
     std::uint64_t serial = 0;
+    // The kept stretch the picture was decoded for.
+    Uuid segmentID;
 };
 
 class CompositionVideoPlayer {
@@ -66,6 +68,10 @@ public:
 
     // The newest picture when its serial is above `lastSerial`; none otherwise.
     std::optional<PlayerPicture> copyFrame(std::uint64_t lastSerial) const;
+    // The first picture of the stretch after the coming cut, when it is
+    // prepared: for a caller whose clock has crossed the cut a moment before
+    // the decoding thread has.
+    std::shared_ptr<const DecodedVideoFrame> preparedFrame(const Uuid& segmentID) const;
 
 private:
     struct SeekRequest {
@@ -76,20 +82,20 @@ private:
 
     struct PreparedCut {
         ProjectTime sequenceStart;
+        Uuid segmentID;
         std::shared_ptr<const DecodedVideoFrame> frame;
     };
 
     void run(const std::stop_token& stop);
     void follow();
     void prepareNextCut(ProjectTime now);
-    void publish(const DecodedVideoFrame& frame);
+    void publish(const DecodedVideoFrame& frame, const Uuid& segmentID);
     // Decodes the picture for a sequence time and publishes it when it is
     // another frame than the newest.
     void show(ProjectTime sequenceTime, ProjectTime tolerance);
 
     std::unique_ptr<VideoTrackDecoder> decoder_;
     std::unique_ptr<VideoTrackDecoder> lookahead_;
-    std::optional<PreparedCut> preparedCut_;
     const TimelineMapper mapper_;
     const std::shared_ptr<const PlaybackClock> clock_;
 
@@ -98,6 +104,8 @@ private:
     std::optional<SeekRequest> pendingSeek_;
     bool clockChanged_ = false;
     PlayerPicture newest_;
+    // Written by the decoding thread, read by the drawing thread.
+    std::optional<PreparedCut> preparedCut_;
     // The source time of the newest picture's presentation; decoding thread only.
     std::optional<ProjectTime> newestPresentation_;
 

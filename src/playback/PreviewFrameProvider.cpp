@@ -67,6 +67,15 @@ std::optional<PreviewFrame> PreviewFrameProvider::frame() {
     if (std::optional<PlayerPicture> picture = screenPlayer_->copyFrame(lastScreenSerial_)) {
         lastScreenPixelBuffer_ = std::move(picture->frame);
         lastScreenSerial_ = picture->serial;
+        lastScreenSegmentID_ = picture->segmentID;
+    }
+    if (lastScreenSegmentID_ != mapped->segmentID) {
+        // The clock has crossed a cut that the decoding thread has not yet:
+        // the stretch's first picture is ready, the newest is from before it.
+        if (auto prepared = screenPlayer_->preparedFrame(mapped->segmentID)) {
+            lastScreenPixelBuffer_ = std::move(prepared);
+            lastScreenSegmentID_ = mapped->segmentID;
+        }
     }
     if (!lastScreenPixelBuffer_) {
         return std::nullopt;

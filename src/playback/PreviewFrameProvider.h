@@ -95,6 +95,7 @@ private:
 
     std::shared_ptr<const DecodedVideoFrame> lastScreenPixelBuffer_;
     std::uint64_t lastScreenSerial_ = 0;
+    std::optional<Uuid> lastScreenSegmentID_;
     std::shared_ptr<const DecodedVideoFrame> lastWebcamPixelBuffer_;
     std::uint64_t lastWebcamSerial_ = 0;
     std::optional<std::int64_t> lastWebcamDisplayTime_;

@@ -26,6 +26,7 @@
 #include "playback/PreviewFrameProvider.h"
 #include "playback/ProjectPlayerSkimQueue.h"
 #include "project/store/ProjectSnapshot.h"
+#include "shared/MainThreadPoster.h"
 
 #include <cstdint>
 #include <functional>
@@ -33,9 +34,6 @@
 #include <optional>
 
 namespace rilo {
-
-// Runs a task on the main thread, later; the application's event loop.
-using MainThreadPoster = std::function<void(std::function<void()>)>;
 
 struct ProjectPlayerEnvironment {
     MainThreadPoster postToMain;

@@ -5,6 +5,7 @@
 #include "project/store/ProjectStore.h"
 #include "rendering/RenderContext.h"
 #include "support/BuildCatalog.h"
+#include "support/MainThreadTaskQueue.h"
 #include "support/MediaFixture.h"
 #include "support/PackageFixtures.h"
 #include "support/PulseAudioTestServer.h"
@@ -30,52 +31,13 @@ using testing::frameNumberBarCount;
 
 constexpr std::int64_t sourceFramesPerSecond = 30;
 constexpr int pictureWidth = 320;
+// How long a seek may take on a loaded machine.
+constexpr auto patience = 5000ms;
 constexpr int pictureHeight = 180;
 
 ProjectTime seconds(double value) {
     return ProjectTime{static_cast<std::int64_t>(std::llround(value * 1e9))};
 }
-
-// The application's event loop, played by the test thread.
-class MainQueue {
-public:
-    MainThreadPoster poster() {
-        return [this](std::function<void()> task) {
-            const std::scoped_lock lock(mutex_);
-            tasks_.push_back(std::move(task));
-        };
-    }
-    void drain() {
-        while (true) {
-            std::function<void()> task;
-            {
-                const std::scoped_lock lock(mutex_);
-                if (tasks_.empty()) {
-                    return;
-                }
-                task = std::move(tasks_.front());
-                tasks_.pop_front();
-            }
-            task();
-        }
-    }
-    // Runs tasks until the condition holds; false after the timeout.
-    bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5000ms) {
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            drain();
-            std::this_thread::sleep_for(1ms);
-        }
-        return true;
-    }
-
-private:
-    std::mutex mutex_;
-    std::deque<std::function<void()>> tasks_;
-};
 
 // A 16 s recording whose frames show their numbers, with a 100 ms tone at
 // every whole second of source time. The edit keeps 0-4 s, cuts 4-6 s,
@@ -141,7 +103,7 @@ protected:
     ProjectStore store{directory.path() / "Projects", testing::buildCatalog};
     testing::RecordedPackage recorded;
     ProjectSnapshot snapshot;
-    MainQueue queue;
+    testing::MainThreadTaskQueue queue;
     RenderContext context;
     CaptionRasterizer captions;
     SceneRenderer renderer{context, std::nullopt, RILO_TEST_BUILD_DIR, captions};
@@ -161,8 +123,8 @@ TEST_F(ProjectPlayerTest, ExactSeeksLandOnTheAskedFrameAndOnlyTheNewestSeekTakes
         const std::uint64_t before = player->previewRevision();
         player->seek(seconds(7.5));
         player->seek(seconds(at));
-        ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() != before; }));
-        queue.drain();
+        ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() != before; }, patience));
+        queue.runPending();
         // The first seek's completion was dropped: one new revision only.
         EXPECT_EQ(player->previewRevision(), before + 1);
         EXPECT_EQ(player->currentTime(), seconds(at));
@@ -189,7 +151,7 @@ TEST_F(ProjectPlayerTest, ExactSeeksLandOnTheAskedFrameAndOnlyTheNewestSeekTakes
 TEST_F(ProjectPlayerTest, ASkimStormEndsOnTheLastTimeAskedWithFewSeeks) {
     auto player = makePlayer();
     PreviewDrawer drawer(renderer, player->frameProvider());
-    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }, patience));
 
     // A hundred moves while one seek is under way: at most two seeks, the
     // second to the newest position.
@@ -198,7 +160,7 @@ TEST_F(ProjectPlayerTest, ASkimStormEndsOnTheLastTimeAskedWithFewSeeks) {
         player->skim(seconds(1 + move * 0.05));
     }
     ProjectTime last = seconds(1 + 99 * 0.05);
-    ASSERT_TRUE(queue.runUntil([&] { return player->currentTime() == last; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->currentTime() == last; }, patience));
     queue.runUntil([] { return false; }, 50ms);
     EXPECT_LE(player->seekGeneration() - generation, 2U);
 
@@ -208,10 +170,10 @@ TEST_F(ProjectPlayerTest, ASkimStormEndsOnTheLastTimeAskedWithFewSeeks) {
         last = seconds(9.5 - move * 0.09);
         player->skim(last);
         EXPECT_EQ(player->playheadTime(), last);
-        queue.drain();
+        queue.runPending();
         std::this_thread::sleep_for(10ms);
     }
-    ASSERT_TRUE(queue.runUntil([&] { return player->currentTime() == last; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->currentTime() == last; }, patience));
     const std::optional<PreviewFrame> frame = drawer.draw(
         PreviewRenderMode::onDemand(player->previewRevision()), false, target.framebufferTarget());
     ASSERT_TRUE(frame);
@@ -222,7 +184,8 @@ TEST_F(ProjectPlayerTest, ASkimStormEndsOnTheLastTimeAskedWithFewSeeks) {
     // The end of the drag seeks exactly.
     player->endSkimming();
     EXPECT_FALSE(player->isSkimming());
-    ASSERT_TRUE(queue.runUntil([&] { return !player->isSkimming() && player->currentTime() == last; }));
+    ASSERT_TRUE(
+        queue.runUntil([&] { return !player->isSkimming() && player->currentTime() == last; }, patience));
     queue.runUntil([] { return false; }, 100ms);
     ASSERT_TRUE(drawer.draw(PreviewRenderMode::onDemand(player->previewRevision()), false,
                             target.framebufferTarget()));
@@ -239,7 +202,7 @@ TEST_F(ProjectPlayerTest, AWebcamTrackPlaysInLockstepWithTheScreen) {
     ASSERT_TRUE(player->hasWebcam());
     PreviewDrawer drawer(renderer, player->frameProvider());
     player->seek(seconds(1.5));
-    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }, patience));
     const std::optional<PreviewFrame> frame = drawer.draw(
         PreviewRenderMode::onDemand(player->previewRevision()), false, target.framebufferTarget());
     ASSERT_TRUE(frame);
@@ -250,10 +213,10 @@ TEST_F(ProjectPlayerTest, AWebcamTrackPlaysInLockstepWithTheScreen) {
 TEST_F(ProjectPlayerTest, PlayAtTheEndStartsFromTheBeginning) {
     auto player = makePlayer();
     player->seek(player->duration());
-    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }, patience));
     EXPECT_EQ(player->currentTime(), player->duration());
     player->play();
-    ASSERT_TRUE(queue.runUntil([&] { return player->isPlaying(); }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->isPlaying(); }, patience));
     EXPECT_LT(player->currentTime(), seconds(0.5));
     player->pause();
     EXPECT_FALSE(player->isPlaying());
@@ -338,7 +301,7 @@ TEST_F(ProjectPlayerTest, PlaysTheEditWithSoundAndPicturesInStep) {
     std::this_thread::sleep_for(2500ms);
     auto player = makePlayer(std::make_shared<PulseAudioPlaybackOutput>(server.address()));
     PreviewDrawer drawer(renderer, player->frameProvider());
-    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }));
+    ASSERT_TRUE(queue.runUntil([&] { return player->previewRevision() > 0; }, patience));
 
     const TimelineMapper mapper(snapshot.timeline, snapshot.manifest.duration);
     struct Shown {
@@ -351,7 +314,7 @@ TEST_F(ProjectPlayerTest, PlaysTheEditWithSoundAndPicturesInStep) {
     const auto start = std::chrono::steady_clock::now();
     auto next = start;
     while (std::chrono::steady_clock::now() - start < 15s) {
-        queue.drain();
+        queue.runPending();
         if (!player->isPlaying() && !shown.empty()) {
             break;
         }

@@ -36,7 +36,7 @@ bool drainEvents(int descriptor) {
 // after each burst has settled.
 void watch(const std::stop_token& stopToken, int descriptor, int wakeDescriptor,
            const std::shared_ptr<std::atomic<std::uint64_t>>& generation,
-           const ProjectTimelineWatcher::MainThreadPoster& postToMainThread,
+           const MainThreadPoster& postToMainThread,
            const std::shared_ptr<const std::function<void()>>& onChange) {
     bool burstPending = false;
     while (!stopToken.stop_requested()) {

@@ -23,6 +23,7 @@
 
 #include "app/editing/ProjectTimelineWatcherError.h"
 #include "shared/FileDescriptor.h"
+#include "shared/MainThreadPoster.h"
 
 #include <atomic>
 #include <chrono>
@@ -36,8 +37,6 @@ namespace rilo {
 
 class ProjectTimelineWatcher {
 public:
-    using MainThreadPoster = std::function<void(std::function<void()>)>;
-
     static constexpr std::chrono::milliseconds settleDelay{75};
 
     explicit ProjectTimelineWatcher(MainThreadPoster postToMainThread);

@@ -1,7 +1,7 @@
 // The watcher of a package's documents, on a real directory with real
 // inotify events; the test thread plays the main thread.
 
-#include "MainThreadTaskQueue.h"
+#include "support/MainThreadTaskQueue.h"
 #include "app/editing/ProjectTimelineWatcher.h"
 #include "shared/Files.h"
 #include "support/TemporaryDirectory.h"

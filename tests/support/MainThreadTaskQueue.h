@@ -1,6 +1,6 @@
 #pragma once
 
-// The "main thread" of the watcher tests: tasks posted from any thread wait
+// The "main thread" of the editor tests: tasks posted from any thread wait
 // in a queue until the test runs them on its own thread.
 
 #include <chrono>
@@ -14,7 +14,7 @@ namespace rilo::testing {
 
 class MainThreadTaskQueue {
 public:
-    // The poster to hand to a ProjectTimelineWatcher.
+    // The poster to hand to a watcher or a player.
     std::function<void(std::function<void()>)> poster() {
         return [this](std::function<void()> task) {
             const std::lock_guard lock(mutex_);

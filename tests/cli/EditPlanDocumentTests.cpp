@@ -111,7 +111,17 @@ TEST(EditPlanDocument, UnknownWordsAndWrongTypesDoNotDecode) {
         decodeOperation(R"({"type": "cut", "range": {"startMilliseconds": 0.5, "endMilliseconds": 100}})"),
         json::DecodingError);
     const EditPlanJob job{3, Uuid::random(), Uuid::random(), "a", "b", IsoDate{1'772'439'330}};
-    EXPECT_EQ(json::decodeDocument<EditPlanJob>(json::encodeDocument(job)), job);
+    EXPECT_EQ(EditPlanExchange::decodeJob(json::encodeDocument(job)), job);
+
+    // The files' readers refuse what does not decode as a document they can report.
+    for (const std::string_view bytes : {R"({"protocolVersion": 3, "operations": [)", "", "[]"}) {
+        EXPECT_EQ(thrownCase<EditPlanValidationError>([&] { EditPlanExchange::decodeDocument(bytes); }),
+                  Case::invalidDocument)
+            << bytes;
+        EXPECT_EQ(thrownCase<EditPlanValidationError>([&] { EditPlanExchange::decodeJob(bytes); }),
+                  Case::invalidDocument)
+            << bytes;
+    }
 }
 
 TEST(EditPlanDocument, TheDocumentMustBeOfAKnownVersionDomainAndSize) {

@@ -1,6 +1,7 @@
 // The waveform of real recorded audio, and its cache in the package.
 
 #include "media/analysis/AudioActivityAnalyzer.h"
+#include "media/audio/WaveformCacheFile.h"
 #include "media/audio/WaveformService.h"
 #include "project/store/ProjectStore.h"
 #include "shared/Files.h"
@@ -111,6 +112,42 @@ TEST_F(WaveformServiceTest, TheCacheIsTrustedOnlyForTheSameMediaFileAndAWholeFil
                         fs::last_write_time(snapshot_.mediaURL()) + std::chrono::seconds(2));
     EXPECT_EQ(service_.envelope(MediaTrackKind::microphone, snapshot_), decoded);
     EXPECT_NE(readFileBytes(cacheURL()), forged);
+}
+
+TEST(WaveformCacheFile, BytesAreTrustedOnlyWhenTheyAreExactlyWhatTheWriterMakesForTheKey) {
+    const WaveformCacheKey key{1, {48'213, 1'764'000'000'123'456'789}};
+    const WaveformEnvelope envelope{MediaTrackKind::systemAudio, {{-5, 7}, {-32768, 32767}}};
+    const std::string bytes = WaveformCacheFile::encode(key, envelope);
+    EXPECT_EQ(WaveformCacheFile::decode(bytes, key, MediaTrackKind::systemAudio), envelope);
+
+    const auto refused = [&](const std::string& candidate, const WaveformCacheKey& expected) {
+        return testing::thrownCase<WaveformServiceError>([&] {
+                   WaveformCacheFile::decode(candidate, expected, MediaTrackKind::systemAudio);
+               }) == WaveformServiceError::Case::invalidCache;
+    };
+    EXPECT_TRUE(refused(bytes, {2, key.fingerprint}));
+    EXPECT_TRUE(refused(bytes, {1, {48'213, 0}}));
+    EXPECT_TRUE(refused(bytes + std::string(1, '\0'), key));
+    // Peak counts that the file cannot hold: negative, one over the limit,
+    // and the largest allowed over two peaks.
+    for (const std::int64_t count :
+         {std::int64_t{-1}, std::int64_t{2'147'483'648}, std::int64_t{2'147'483'647}}) {
+        std::string claimed = bytes;
+        std::memcpy(claimed.data() + 32, &count, sizeof count);
+        EXPECT_TRUE(refused(claimed, key)) << count;
+    }
+
+    // The file reader reads what the header promises, and only then.
+    testing::TemporaryDirectory directory;
+    const fs::path file = directory.path() / "systemAudio.cswf";
+    writeFileAtomically(file, bytes);
+    EXPECT_EQ(WaveformCacheFile::read(file, key, MediaTrackKind::systemAudio), envelope);
+    for (const std::string& damaged : {bytes.substr(0, bytes.size() - 1), bytes + "xxxx"}) {
+        writeFileAtomically(file, damaged);
+        EXPECT_EQ(testing::thrownCase<WaveformServiceError>(
+                      [&] { WaveformCacheFile::read(file, key, MediaTrackKind::systemAudio); }),
+                  WaveformServiceError::Case::invalidCache);
+    }
 }
 
 TEST_F(WaveformServiceTest, TracksThatCannotGiveAWaveformFailWithTheirTexts) {

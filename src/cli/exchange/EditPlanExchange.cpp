@@ -52,6 +52,22 @@ std::string readExchangeData(const std::filesystem::path& file, const std::files
     return AgentExchangeFiles::read(file, exchangeRoot, maximumBytes, failures);
 }
 
+EditPlanJob decodeJob(std::string_view bytes) {
+    try {
+        return json::decodeDocument<EditPlanJob>(bytes);
+    } catch (const json::DecodingError&) {
+        throw EditPlanValidationError(EditPlanValidationError::Case::invalidDocument);
+    }
+}
+
+EditPlanExchangeDocument decodeDocument(std::string_view bytes) {
+    try {
+        return json::decodeDocument<EditPlanExchangeDocument>(bytes);
+    } catch (const json::DecodingError&) {
+        throw EditPlanValidationError(EditPlanValidationError::Case::invalidDocument);
+    }
+}
+
 EditPlanExchangeDocument exampleDocument(const EditPlanJob& job, ProjectTime sourceDuration) {
     const std::int64_t durationNanoseconds = sourceDuration.nanoseconds;
     std::int64_t cutEndMilliseconds = 1000;

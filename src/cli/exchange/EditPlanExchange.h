@@ -132,6 +132,12 @@ std::filesystem::path createEditPlanDirectory(const std::filesystem::path& excha
 std::string readExchangeData(const std::filesystem::path& file, const std::filesystem::path& exchangeRoot,
                              std::size_t maximumBytes);
 
+// The job, or the plan, decoded from the bytes of its file;
+// invalidDocument when they do not decode. Nothing else is checked here:
+// versions, ids and digests are the caller's, the operations domainPlan's.
+EditPlanJob decodeJob(std::string_view bytes);
+EditPlanExchangeDocument decodeDocument(std::string_view bytes);
+
 // The plan shown to the agent when a job is prepared: schema 3, a cut at the
 // start and, when the media is long enough, a speed change after it.
 EditPlanExchangeDocument exampleDocument(const EditPlanJob& job, ProjectTime sourceDuration);

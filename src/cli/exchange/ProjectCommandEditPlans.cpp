@@ -26,15 +26,6 @@ using ValidationCase = EditPlanValidationError::Case;
     throw EditPlanValidationError(errorCase);
 }
 
-template <class T>
-T decodeExchange(const std::string& bytes) {
-    try {
-        return json::decodeDocument<T>(bytes);
-    } catch (const json::DecodingError&) {
-        fail(ValidationCase::invalidDocument);
-    }
-}
-
 bool isReadableVersion(std::int64_t version) noexcept {
     return version >= oldestEditPlanProtocolVersion && version <= editPlanProtocolVersion;
 }
@@ -88,7 +79,7 @@ CLIEditPlanResponse ProjectCommandService::executeEditPlan(const CLIEditPlanRequ
     const std::filesystem::path exchangeRoot =
         EditPlanExchange::exchangeRootDirectory(store_.projectsDirectoryURL());
     const std::filesystem::path jobDirectory = exchangeRoot / request.jobID.string();
-    const auto job = decodeExchange<EditPlanJob>(EditPlanExchange::readExchangeData(
+    const EditPlanJob job = EditPlanExchange::decodeJob(EditPlanExchange::readExchangeData(
         jobDirectory / editPlanJobFileName, exchangeRoot, EditPlanExchange::maximumJobBytes));
     // A commit made anywhere since the preparation retires the job.
     if (!isReadableVersion(job.protocolVersion) || job.id != request.jobID || job.projectID != manifest.id ||
@@ -103,7 +94,7 @@ CLIEditPlanResponse ProjectCommandService::executeEditPlan(const CLIEditPlanRequ
     const std::string planBytes = EditPlanExchange::readExchangeData(
         jobDirectory / editPlanFileName, exchangeRoot, EditPlanExchange::maximumPlanBytes);
     const std::string planDigest = sha256Hex(planBytes);
-    const auto document = decodeExchange<EditPlanExchangeDocument>(planBytes);
+    const EditPlanExchangeDocument document = EditPlanExchange::decodeDocument(planBytes);
     if (!isReadableVersion(document.protocolVersion) || document.jobID != job.id ||
         document.projectID != job.projectID) {
         fail(ValidationCase::invalidDocument);

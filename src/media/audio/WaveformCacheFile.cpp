@@ -20,6 +20,7 @@ static_assert(sizeof(WaveformPeak) == 4);
 
 constexpr char magic[4] = {'C', 'S', 'W', 'F'};
 constexpr std::int64_t distantPastNanoseconds = std::numeric_limits<std::int64_t>::min();
+constexpr auto largestPeakCount = static_cast<std::int64_t>(std::numeric_limits<std::int32_t>::max());
 
 std::uint16_t storedTrackIndex(std::int64_t trackIndex) noexcept {
     return static_cast<std::uint16_t>(std::clamp<std::int64_t>(trackIndex, 0, 65535));
@@ -35,6 +36,29 @@ T get(const char* bytes, std::size_t offset) noexcept {
     T value;
     std::memcpy(&value, bytes + offset, sizeof value);
     return value;
+}
+
+// The peak count of a header whose every field is what the key expects;
+// invalidCache for anything shorter than a header or any other field.
+std::int64_t checkedPeakCount(std::string_view bytes, const WaveformCacheKey& key) {
+    if (bytes.size() < headerSize) {
+        throw WaveformServiceError::invalidCache();
+    }
+    const char* header = bytes.data();
+    const auto count = get<std::int64_t>(header, 32);
+    if (std::memcmp(header, magic, sizeof magic) != 0 || get<std::uint16_t>(header, 4) != formatVersion ||
+        get<std::uint16_t>(header, 6) != storedTrackIndex(key.trackIndex) ||
+        get<std::uint64_t>(header, 8) != key.fingerprint.fileSizeBytes ||
+        get<std::int64_t>(header, 16) != key.fingerprint.modificationNanoseconds ||
+        get<std::int64_t>(header, 24) != waveformBucketDuration.nanoseconds || count < 0 ||
+        count > largestPeakCount) {
+        throw WaveformServiceError::invalidCache();
+    }
+    return count;
+}
+
+std::uintmax_t fileLength(std::int64_t peakCount) noexcept {
+    return headerSize + static_cast<std::uintmax_t>(peakCount) * sizeof(WaveformPeak);
 }
 
 } // namespace
@@ -69,34 +93,37 @@ std::string encode(const WaveformCacheKey& key, const WaveformEnvelope& envelope
     return bytes;
 }
 
-WaveformEnvelope read(const std::filesystem::path& cachePath, const WaveformCacheKey& key,
-                      MediaTrackKind kind) {
-    std::ifstream file(cachePath, std::ios::binary);
-    char header[headerSize];
-    if (!file || !file.read(header, headerSize)) {
-        throw WaveformServiceError::invalidCache();
-    }
-    const auto count = get<std::int64_t>(header, 32);
-    std::error_code error;
-    const std::uintmax_t length = std::filesystem::file_size(cachePath, error);
-    constexpr auto largestCount = static_cast<std::int64_t>(std::numeric_limits<std::int32_t>::max());
-    if (error || std::memcmp(header, magic, sizeof magic) != 0 ||
-        get<std::uint16_t>(header, 4) != formatVersion ||
-        get<std::uint16_t>(header, 6) != storedTrackIndex(key.trackIndex) ||
-        get<std::uint64_t>(header, 8) != key.fingerprint.fileSizeBytes ||
-        get<std::int64_t>(header, 16) != key.fingerprint.modificationNanoseconds ||
-        get<std::int64_t>(header, 24) != waveformBucketDuration.nanoseconds || count < 0 ||
-        count > largestCount ||
-        length != headerSize + static_cast<std::uintmax_t>(count) * sizeof(WaveformPeak)) {
+WaveformEnvelope decode(std::string_view bytes, const WaveformCacheKey& key, MediaTrackKind kind) {
+    const std::int64_t count = checkedPeakCount(bytes, key);
+    if (bytes.size() != fileLength(count)) {
         throw WaveformServiceError::invalidCache();
     }
     WaveformEnvelope envelope{kind, std::vector<WaveformPeak>(static_cast<std::size_t>(count))};
-    const auto payloadBytes =
-        static_cast<std::streamsize>(count * static_cast<std::int64_t>(sizeof(WaveformPeak)));
-    if (!file.read(reinterpret_cast<char*>(envelope.peaks.data()), payloadBytes)) {
-        throw WaveformServiceError::invalidCache();
+    if (count > 0) {
+        std::memcpy(envelope.peaks.data(), bytes.data() + headerSize, bytes.size() - headerSize);
     }
     return envelope;
+}
+
+WaveformEnvelope read(const std::filesystem::path& cachePath, const WaveformCacheKey& key,
+                      MediaTrackKind kind) {
+    std::ifstream file(cachePath, std::ios::binary);
+    std::string bytes(headerSize, '\0');
+    if (!file || !file.read(bytes.data(), headerSize)) {
+        throw WaveformServiceError::invalidCache();
+    }
+    // The header is checked before the file's length is trusted for a read.
+    const std::uintmax_t length = fileLength(checkedPeakCount(bytes, key));
+    std::error_code error;
+    if (std::filesystem::file_size(cachePath, error) != length || error) {
+        throw WaveformServiceError::invalidCache();
+    }
+    bytes.resize(length);
+    const auto payloadBytes = static_cast<std::streamsize>(length - headerSize);
+    if (!file.read(bytes.data() + headerSize, payloadBytes)) {
+        throw WaveformServiceError::invalidCache();
+    }
+    return decode(bytes, key, kind);
 }
 
 } // namespace rilo::WaveformCacheFile

@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace rilo {
 
@@ -59,9 +60,14 @@ WaveformMediaFingerprint fingerprint(const std::filesystem::path& mediaPath);
 // The bytes of a cache file for the envelope.
 std::string encode(const WaveformCacheKey& key, const WaveformEnvelope& envelope);
 
-// The envelope in the file, of the given kind. Throws
-// WaveformServiceError::invalidCache when the file is missing, unreadable,
-// damaged, foreign, or made from another track or another media file.
+// The envelope in the bytes of a cache file, of the given kind. Throws
+// WaveformServiceError::invalidCache when they are damaged, foreign, or made
+// from another track or another media file.
+WaveformEnvelope decode(std::string_view bytes, const WaveformCacheKey& key, MediaTrackKind kind);
+
+// The envelope in the file, as decode reads its bytes; also invalidCache
+// when the file is missing or unreadable. Reads no more than its header
+// promises.
 WaveformEnvelope read(const std::filesystem::path& cachePath, const WaveformCacheKey& key,
                       MediaTrackKind kind);
 

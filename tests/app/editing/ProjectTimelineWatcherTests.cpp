@@ -1,9 +1,9 @@
 // The watcher of a package's documents, on a real directory with real
 // inotify events; the test thread plays the main thread.
 
-#include "support/MainThreadTaskQueue.h"
 #include "app/editing/ProjectTimelineWatcher.h"
 #include "shared/Files.h"
+#include "support/MainThreadTaskQueue.h"
 #include "support/TemporaryDirectory.h"
 #include "support/Thrown.h"
 

@@ -1,12 +1,12 @@
 // An open editor and the real command line on one package: the agent's
 // commit reaches the session through the watcher and can be undone there.
 
-#include "support/MainThreadTaskQueue.h"
 #include "app/editing/ProjectTimelineWatcher.h"
 #include "app/editing/TimelineEditingSession.h"
 #include "project/engine/TimelineMapper.h"
 #include "shared/Files.h"
 #include "support/CliLibraryTest.h"
+#include "support/MainThreadTaskQueue.h"
 #include "support/RecordedPackage.h"
 
 #include <chrono>

@@ -27,6 +27,17 @@ std::filesystem::path applicationDataDirectory() {
     return homeDirectory() / ".local" / "share";
 }
 
+std::filesystem::path applicationConfigurationDirectory() {
+    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg != nullptr && xdg[0] == '/') {
+        return xdg;
+    }
+    return homeDirectory() / ".config";
+}
+
+std::filesystem::path defaultSettingsFile() {
+    return applicationConfigurationDirectory() / "Rilo" / "settings.json";
+}
+
 std::filesystem::path defaultProjectsDirectory() {
     return applicationDataDirectory() / "Rilo" / "Projects";
 }

@@ -2,6 +2,8 @@
 
 #include "shared/ValueCodecs.h"
 
+#include <filesystem>
+
 namespace rilo {
 
 std::string CaptureSourceDescriptor::id() const {
@@ -83,6 +85,26 @@ Json Codec<RecordingOptions>::encode(const RecordingOptions& options) {
         .build();
 }
 
+namespace {
+
+// A file of the package is named relative to the package's directory, and
+// only below it: a damaged or crafted manifest must not make the program read
+// elsewhere.
+std::string packageRelativePath(const ObjectReader& reader, const std::string& path) {
+    std::string relativePath = reader.required<std::string>("relativePath");
+    const std::filesystem::path named(relativePath);
+    bool staysInside = !relativePath.empty() && named.is_relative() && !named.has_root_name();
+    for (const auto& part : named) {
+        staysInside = staysInside && part != "..";
+    }
+    if (!staysInside) {
+        throwTypeMismatch(joinPath(path, "relativePath"), "包内的相对路径");
+    }
+    return relativePath;
+}
+
+} // namespace
+
 MediaTrack Codec<MediaTrack>::decode(const Json& value, const std::string& path) {
     const ObjectReader reader(value, path);
     return {reader.required<MediaTrackKind>("kind"), reader.required<std::int64_t>("trackIndex")};
@@ -94,7 +116,7 @@ Json Codec<MediaTrack>::encode(const MediaTrack& track) {
 
 MediaAsset Codec<MediaAsset>::decode(const Json& value, const std::string& path) {
     const ObjectReader reader(value, path);
-    return {reader.required<std::string>("relativePath"), reader.required<std::vector<MediaTrack>>("tracks")};
+    return {packageRelativePath(reader, path), reader.required<std::vector<MediaTrack>>("tracks")};
 }
 
 Json Codec<MediaAsset>::encode(const MediaAsset& media) {
@@ -136,7 +158,7 @@ Json Codec<WebcamMediaInfo>::encode(const WebcamMediaInfo& webcam) {
 
 CursorAssetDescriptor Codec<CursorAssetDescriptor>::decode(const Json& value, const std::string& path) {
     const ObjectReader reader(value, path);
-    return {reader.required<std::string>("id"), reader.required<std::string>("relativePath"),
+    return {reader.required<std::string>("id"), packageRelativePath(reader, path),
             reader.required<SizeValue>("logicalSize"), reader.required<PointValue>("hotSpot")};
 }
 
@@ -206,6 +228,9 @@ ProjectManifest Codec<ProjectManifest>::decode(const Json& value, const std::str
     manifest.options = reader.required<RecordingOptions>("options");
     manifest.encodedPixelSize = reader.required<PixelSize>("encodedPixelSize");
     manifest.duration = reader.required<ProjectTime>("duration");
+    if (manifest.duration < ProjectTime{0} || manifest.duration > ProjectManifest::longestDuration) {
+        throwTypeMismatch(joinPath(path, "duration"), "范围内的整数");
+    }
     manifest.media = reader.required<MediaAsset>("media");
     manifest.microphone = reader.optional<MicrophoneMediaInfo>("microphone");
     manifest.webcam = reader.optional<WebcamMediaInfo>("webcam");

@@ -119,6 +119,11 @@ struct RecordingMetrics {
 inline constexpr std::int64_t currentManifestVersion = 4;
 
 struct ProjectManifest {
+    // The longest recording a manifest may describe: thirty days. Time
+    // arithmetic on the 60 fps grid stays far inside 64 bits below it, so a
+    // damaged duration is refused on reading instead of overflowing later.
+    static constexpr ProjectTime longestDuration{30LL * 24 * 3600 * 1'000'000'000};
+
     std::int64_t version = currentManifestVersion; // not acted on when reading
     Uuid id;
     IsoDate createdAt;

@@ -3,6 +3,7 @@
 #include "support/PackageFixtures.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 namespace rilo {
 namespace {
@@ -65,6 +66,33 @@ TEST(ProjectManifest, OptionalMembersMayBeMissingButRequiredOnesAndKnownWordsMay
     EXPECT_TRUE(partial.capturesWebcam);
     EXPECT_TRUE(partial.capturesSystemAudio);
     EXPECT_EQ(partial.framesPerSecond, 60);
+}
+
+TEST(ProjectManifest, PathsOutsideThePackageAndImpossibleDurationsAreRefused) {
+    const json::Json sample = json::encode(testing::sampleManifest(projectID, IsoDate{0}));
+    for (const char* bad : {"/etc/passwd", "../other.rilo/media/recording.mov", "media/../../x.mov", ""}) {
+        json::Json media = sample;
+        media["media"]["relativePath"] = bad;
+        EXPECT_THROW(decodedFrom(media), json::DecodingError) << bad;
+        json::Json cursor = sample;
+        cursor["cursorAssets"] =
+            json::Json::array({json::Json::object({{"id", "a"},
+                                                   {"relativePath", bad},
+                                                   {"logicalSize", {{"width", 1}, {"height", 1}}},
+                                                   {"hotSpot", {{"x", 0}, {"y", 0}}}})});
+        EXPECT_THROW(decodedFrom(cursor), json::DecodingError) << bad;
+    }
+    // A damaged length near the largest integer would overflow the frame
+    // grid's arithmetic later on.
+    for (const std::int64_t nanoseconds : {std::int64_t{-1}, ProjectManifest::longestDuration.nanoseconds + 1,
+                                           std::numeric_limits<std::int64_t>::max()}) {
+        json::Json length = sample;
+        length["duration"] = {{"nanoseconds", nanoseconds}};
+        EXPECT_THROW(decodedFrom(length), json::DecodingError) << nanoseconds;
+    }
+    json::Json longest = sample;
+    longest["duration"] = {{"nanoseconds", ProjectManifest::longestDuration.nanoseconds}};
+    EXPECT_EQ(decodedFrom(longest).duration, ProjectManifest::longestDuration);
 }
 
 TEST(CaptureSourceAndPackage, SourcesHaveTheirIdsAndPackagesTheirPaths) {

@@ -1,16 +1,11 @@
 #include "recorder/HeadlessRecorder.h"
 
 #include "capture/CaptureContent.h"
-#include "capture/RecordingMachineFacts.h"
 #include "capture/ScreenRecordingSession.h"
-#include "capture/pulse/PulseAudioCaptureSource.h"
 #include "capture/pulse/PulseAudioDeviceService.h"
-#include "capture/webcam/WebcamCaptureSources.h"
 #include "capture/x11/X11CaptureContent.h"
-#include "capture/x11/X11CursorShapeProvider.h"
-#include "capture/x11/X11MouseEventTap.h"
-#include "capture/x11/X11ScreenCaptureStream.h"
 #include "project/document/DeviceFrameCatalog.h"
+#include "recorder/DesktopRecordingSession.h"
 
 #include <atomic>
 #include <chrono>
@@ -90,51 +85,26 @@ HeadlessRecordingResult recordDesktop(const RecorderArguments& arguments, std::s
     options.framesPerSecond = arguments.framesPerSecond;
     options.webcamDeviceID = arguments.webcam;
 
-    // Every device is opened before the package exists.
-    ScreenRecordingInputs inputs;
-    std::optional<MicrophoneDeviceDescriptor> microphone;
-    std::optional<std::string> systemAudioOutput;
     const PulseAudioDeviceService sound;
+    std::optional<MicrophoneDeviceDescriptor> microphone;
     if (arguments.microphone) {
         microphone = sound.resolveMicrophone(*arguments.microphone == "default"
                                                  ? std::nullopt
                                                  : std::optional<std::string>(*arguments.microphone));
-        options.microphoneDeviceID = microphone->id;
-        inputs.microphone = makeMicrophoneCaptureSource(*microphone);
     }
-    if (arguments.capturesSystemAudio) {
-        systemAudioOutput = sound.systemAudioOutputDeviceName();
-        inputs.systemAudio = makeSystemAudioCaptureSource();
-    }
-    std::optional<WebcamCaptureConfiguration> webcamConfiguration;
-    if (arguments.webcam) {
-        inputs.webcam = makeWebcamCaptureSource(*arguments.webcam);
-        webcamConfiguration = inputs.webcam->configuration();
-    }
-    inputs.stream = std::make_unique<x11::X11ScreenCaptureStream>(connection, source);
-    inputs.mouseTap = std::make_unique<x11::X11MouseEventTap>(connection->displayName());
-    try {
-        inputs.cursorShapeProvider = std::make_shared<x11::X11CursorShapeProvider>(connection);
-    } catch (const LocalizedError&) {
-        // Without the cursor's image the renderer draws its arrow; the session notes it.
-    }
-    inputs.sourceMonitor = std::make_shared<x11::X11CaptureSourceMonitor>(connection, source);
 
     ProjectStore store(std::nullopt, DeviceFrameCatalog::bundled);
-    ProjectStore::CreatedProject project =
-        store.create(source, options, source.initialPixelSize, microphone, webcamConfiguration);
-
     std::mutex failureLock;
     std::optional<std::string> failure;
     std::stop_source failed;
-    ScreenRecordingSession session(
-        store, std::move(project), std::move(inputs),
-        webcamConfiguration ? std::optional<WebcamOverlay>(WebcamOverlay{}) : std::nullopt,
-        currentMachineFacts(systemAudioOutput), nullptr, [&](const std::string& message) {
-            const std::lock_guard guard(failureLock);
-            failure = message;
-            failed.request_stop();
-        });
+    const std::unique_ptr<ScreenRecordingSession> recording =
+        makeDesktopRecordingSession(store, connection, {source, options, microphone, WebcamOverlay{}}, sound,
+                                    nullptr, [&](const std::string& message) {
+                                        const std::lock_guard guard(failureLock);
+                                        failure = message;
+                                        failed.request_stop();
+                                    });
+    ScreenRecordingSession& session = *recording;
     try {
         session.start();
     } catch (...) {

@@ -222,7 +222,11 @@ TEST_F(ProjectPlayerTest, PlayAtTheEndStartsFromTheBeginning) {
     EXPECT_FALSE(player->isPlaying());
 }
 
-TEST_F(ProjectPlayerTest, MediaThatCannotBeDecodedIsAnErrorNotACrash) {
+TEST_F(ProjectPlayerTest, MediaThatCannotBeDecodedOrLacksThePromisedWebcamIsAnErrorNotACrash) {
+    // The manifest promises a webcam track that the movie does not have.
+    snapshot.manifest.webcam = WebcamMediaInfo{3, "usb-camera", "USB Camera", {640, 480}, 30};
+    EXPECT_THROW(makePlayer(), LocalizedError);
+    snapshot.manifest.webcam.reset();
     {
         std::ofstream damaged(snapshot.mediaURL(), std::ios::binary | std::ios::trunc);
         damaged << "not a movie";

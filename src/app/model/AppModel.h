@@ -1,0 +1,337 @@
+#pragma once
+
+// The single state object of the desktop application: the library, the
+// project open in the editor with its editing sessions, player and media,
+// the export, and the start-up work (removing discarded recordings,
+// recovering interrupted ones). A project is open at most once. The views
+// show its state and call its operations; they hold no logic of their own.
+// The recording flow (src/app/recording) hands a finished recording over
+// with showResult.
+//
+// Threads: the model lives on the main thread, the thread that turns the
+// MainRunLoop it is given; every call is made there and the observer is
+// called there after published state changed. Work of its own runs elsewhere:
+// every operation on the project store runs on one serial store thread (so
+// writes to a document never overlap), media loading, exports and player
+// builds on threads of their own. Their results are posted back to the run
+// loop; a result that arrives after the model has gone, or after newer work
+// of the same kind started, is dropped.
+//
+// Failures never leave the model: every background failure becomes the
+// published message of its group (projectLibraryMessage, timelineMediaMessage,
+// exportMessage, canvasBackgroundMessage) and the rest keeps working. Only
+// a failing recording changes the phase to failed.
+
+#include "app/editing/CaptionEditingSession.h"
+#include "app/editing/ProjectTimelineWatcher.h"
+#include "app/editing/TimelineEditingSession.h"
+#include "app/model/AppModelPhase.h"
+#include "app/model/BackgroundThreads.h"
+#include "export/ExportConfiguration.h"
+#include "export/ExportProgress.h"
+#include "media/FFmpegMediaAssetInspector.h"
+#include "media/analysis/WaveformEnvelope.h"
+#include "media/pictures/ProjectCoverService.h"
+#include "media/pictures/TimelineThumbnailService.h"
+#include "playback/ProjectPlayer.h"
+#include "project/store/ProjectStore.h"
+#include "shared/MainRunLoop.h"
+#include "shared/SerialQueue.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace rilo {
+
+// What the model is given by the program that makes it.
+struct AppModelEnvironment {
+    // Makes a player for a snapshot (its timeline and captions are the ones to
+    // play). Called on a player-building thread; the player's own tasks must
+    // go to the model's run loop. The desktop gives it sound and a preview;
+    // tests and headless programs can make one without sound.
+    using PlayerFactory = std::function<std::unique_ptr<ProjectPlayer>(const ProjectSnapshot&)>;
+    // The facts of this machine that a diagnostic report names.
+    using MachineFactsProvider = std::function<DiagnosticReport::MachineFacts()>;
+
+    // The library directory; none for the default one of the user.
+    std::optional<std::filesystem::path> libraryDirectory;
+    TimelineValidator::DeviceFrameCatalogProvider deviceFrameCatalog;
+    // Where device frame pictures are read when an export draws one.
+    std::filesystem::path deviceFrameResourceDirectory;
+    // Where project covers are kept between runs.
+    std::filesystem::path coverCacheDirectory;
+    PlayerFactory makePlayer;
+    MachineFactsProvider machineFacts;
+};
+
+class AppModel {
+public:
+    using Phase = AppModelPhase;
+    // Answers whether the editor was left (false: nothing changed).
+    using LeaveCompletion = std::function<void(bool left)>;
+
+    static constexpr double initialThumbnailPixelsPerSecond = 60.0;
+
+    // Sets up the project store; a store that cannot be set up leaves the
+    // model without a library and says so in projectLibraryMessage. With
+    // bootstrapsAutomatically, bootstrap() is posted to the run loop.
+    AppModel(MainRunLoop& mainRunLoop, AppModelEnvironment environment, bool startsInRecordingWorkspace,
+             bool bootstrapsAutomatically);
+    // Cancels the background work; writes already handed to the store thread
+    // are finished first.
+    ~AppModel();
+    AppModel(const AppModel&) = delete;
+    AppModel& operator=(const AppModel&) = delete;
+
+    void setObserver(std::function<void()> observer) { observer_ = std::move(observer); }
+
+    // ---- Start-up ----
+    // Removes discarded recordings, recovers the interrupted ones (the first
+    // timeline with the zooms of their clicks, a report marked recovered),
+    // refreshes the library, then shows the latest recovered project, or
+    // the setup (phase idle).
+    void bootstrap();
+
+    // ---- Library ----
+    void refreshRecentProjects();
+    void showRecentProjects();
+    void showRecordingSetup();
+    void openProject(const RecentProject& project);
+    // Deletes a project of the list; the completion (may be empty) hears
+    // whether it went.
+    void deleteProject(const RecentProject& project, LeaveCompletion completion);
+    // Waits for the pending writes, closes the editor and deletes its project.
+    void deleteCurrentProjectAndReturnToRecentProjects(LeaveCompletion completion);
+    // Waits for the pending writes; when the last write of either document
+    // failed the editor stays open (false), so that leaving loses no edit.
+    // Otherwise closes the editor and shows the recent projects.
+    void finishEditingAndReturnToRecentProjects(LeaveCompletion completion);
+    // Closes the editor (or the failure shown) at once and goes to idle.
+    void dismissResult();
+
+    // ---- Open project ----
+    // Opens the editor for a finished recording, a recovered or an opened
+    // project. The phase becomes ready once the digests have been read.
+    void showResult(ProjectSnapshot snapshot, std::optional<DiagnosticReport> report);
+    // Called for every committed edit that is to be persisted: writes run
+    // one at a time, and only the newest waiting edit is written next.
+    void scheduleTimelinePersistence(const EditTimeline& timeline, const ProjectPackage& package);
+    void scheduleCaptionPersistence(const CaptionDocument& document, const ProjectPackage& package);
+    // Reads the package's documents; what another writer committed becomes
+    // one more undoable step of the sessions, and our own writes are
+    // recognised by their digests and left alone.
+    void reloadExternalTimeline(const ProjectPackage& package);
+    // Makes a new player for the timeline, keeping the playhead on the same
+    // source instant; an older build still running is dropped.
+    void rebuildPlayer(const EditTimeline& timeline);
+    // Thumbnails of the visible stretch (none: the whole sequence).
+    void loadTimelineThumbnails(double pixelsPerSecond, std::optional<ProjectTimeRange> visibleRange);
+    // Exports the open project as it is edited now; a newer export replaces
+    // one in progress.
+    void startExport(const std::filesystem::path& target, const ExportConfiguration& configuration);
+    void cancelExport();
+    // Writes currentReport as JSON (nothing without one); throws FileError.
+    void exportDiagnosticReport(const std::filesystem::path& target) const;
+
+    // ---- Published state ----
+    const Phase& phase() const noexcept { return phase_; }
+
+    // Open project.
+    const std::optional<CanvasState>& canvas() const noexcept { return canvas_; }
+    const std::optional<WebcamOverlay>& webcamOverlay() const noexcept { return webcamOverlay_; }
+    const std::optional<ProjectSnapshot>& currentSnapshot() const noexcept { return currentSnapshot_; }
+    const std::optional<DiagnosticReport>& currentReport() const noexcept { return currentReport_; }
+    ProjectPlayer* player() const noexcept { return player_.get(); }
+    TimelineEditingSession* timelineSession() const noexcept { return timelineSession_.get(); }
+    CaptionEditingSession* captionSession() const noexcept { return captionSession_.get(); }
+    bool isRebuildingTimeline() const noexcept { return isRebuildingTimeline_; }
+    const std::vector<WaveformEnvelope>& timelineWaveforms() const noexcept { return timelineWaveforms_; }
+    const std::vector<TimelineThumbnail>& timelineThumbnails() const noexcept { return timelineThumbnails_; }
+    const std::optional<std::vector<ProjectTimeRange>>& webcamAvailability() const noexcept {
+        return webcamAvailability_;
+    }
+    const std::optional<std::string>& timelineMediaMessage() const noexcept { return timelineMediaMessage_; }
+    // From 0 to 1 while waveforms load; none otherwise.
+    const std::optional<double>& waveformProgress() const noexcept { return waveformProgress_; }
+    const std::optional<std::string>& canvasBackgroundMessage() const noexcept {
+        return canvasBackgroundMessage_;
+    }
+
+    // Library.
+    bool showsRecentProjects() const noexcept { return showsRecentProjects_; }
+    const std::vector<RecentProject>& recentProjects() const noexcept { return recentProjects_; }
+    // By package URL.
+    const std::map<std::filesystem::path, RgbaImage>& recentProjectCovers() const noexcept {
+        return recentProjectCovers_;
+    }
+    const std::optional<std::string>& projectLibraryMessage() const noexcept {
+        return projectLibraryMessage_;
+    }
+    std::int64_t recoverableProjectCount() const noexcept { return recoverableProjectCount_; }
+
+    // Export.
+    double exportProgress() const noexcept { return exportProgress_; }
+    const std::optional<ExportPhase>& exportPhase() const noexcept { return exportPhase_; }
+    const std::optional<std::chrono::steady_clock::time_point>& exportStartedAt() const noexcept {
+        return exportStartedAt_;
+    }
+    const std::optional<double>& exportEstimatedRemainingSeconds() const noexcept {
+        return exportEstimatedRemainingSeconds_;
+    }
+    bool isExporting() const noexcept { return isExporting_; }
+    const std::optional<ExportConfiguration>& activeExportConfiguration() const noexcept {
+        return activeExportConfiguration_;
+    }
+    const std::optional<std::string>& exportMessage() const noexcept { return exportMessage_; }
+
+    // Digests of the documents as this model last wrote or read them.
+    const std::string& lastPersistedTimelineDigest() const noexcept {
+        return timelineWrites_.lastPersistedDigest;
+    }
+    const std::string& lastPersistedCaptionsDigest() const noexcept {
+        return captionWrites_.lastPersistedDigest;
+    }
+
+private:
+    // The writes of one document: at most one on the store thread, and the
+    // newest edit waiting behind it.
+    template <class Document>
+    struct DocumentWrites {
+        std::optional<Document> lastCommitted;
+        std::string lastPersistedDigest;
+        bool isWriting = false;
+        std::optional<std::pair<Document, ProjectPackage>> waiting;
+        bool lastWriteFailed = false;
+
+        bool isIdle() const noexcept { return !isWriting && !waiting; }
+    };
+
+    // Runs `work` with the store on the store thread, then `done` with its
+    // result (or the exception it threw) on the main thread, unless the model
+    // has gone by then.
+    template <class Result>
+    void onStore(std::function<Result(ProjectStore&)> work,
+                 std::function<void(std::optional<Result>, std::exception_ptr)> done);
+    // Posts a task that runs only while the model lives.
+    void postToModel(std::function<void()> task);
+    void changed();
+
+    // Start-up and library.
+    struct BootstrapOutcome;
+    static BootstrapOutcome runBootstrap(ProjectStore& store, const MediaAssetInspector& inspector,
+                                         const AppModelEnvironment::MachineFactsProvider& machineFacts);
+    void finishBootstrap(BootstrapOutcome outcome);
+    void loadCovers();
+    void removeFromLibrary(const RecentProject& project, LeaveCompletion completion);
+
+    // The editor.
+    struct OpenedProject;
+    void present(OpenedProject opened);
+    void resetEditorState();
+    void whenWritesFinished(std::function<void()> then);
+    void timelineChanged(const EditTimeline& timeline, bool committed, bool shouldPersist);
+    void captionsChanged(const CaptionDocument& document, bool committed, bool shouldPersist);
+    void startTimelineWatcher(const ProjectPackage& package);
+    void startNextTimelineWrite();
+    void startNextCaptionWrite();
+    void writesSettled();
+    void playerBuilt(std::uint64_t generation, std::unique_ptr<ProjectPlayer> player,
+                     std::exception_ptr failure, std::optional<ProjectTime> keptSourceTime);
+    // The snapshot as edited now: the sessions' timeline and captions.
+    ProjectSnapshot editedSnapshot() const;
+    void loadWaveforms();
+    void loadWebcamAvailability();
+    void exportProgressed(std::uint64_t generation, const ExportProgressUpdate& update);
+    void exportEnded(std::uint64_t generation, std::exception_ptr failure);
+
+    MainRunLoop& mainRunLoop_;
+    AppModelEnvironment environment_;
+    std::function<void()> observer_;
+    // Posted tasks hold it weakly and do nothing once it has expired.
+    std::shared_ptr<AppModel*> alive_ = std::make_shared<AppModel*>(this);
+
+    Phase phase_;
+
+    // Open project.
+    std::optional<CanvasState> canvas_;
+    std::optional<WebcamOverlay> webcamOverlay_;
+    std::optional<ProjectSnapshot> currentSnapshot_;
+    std::optional<DiagnosticReport> currentReport_;
+    std::unique_ptr<ProjectPlayer> player_;
+    std::unique_ptr<TimelineEditingSession> timelineSession_;
+    std::unique_ptr<CaptionEditingSession> captionSession_;
+    bool isRebuildingTimeline_ = false;
+    std::vector<WaveformEnvelope> timelineWaveforms_;
+    std::vector<TimelineThumbnail> timelineThumbnails_;
+    std::optional<std::vector<ProjectTimeRange>> webcamAvailability_;
+    std::optional<std::string> timelineMediaMessage_;
+    std::optional<double> waveformProgress_;
+    std::optional<std::string> canvasBackgroundMessage_;
+
+    // Library.
+    bool showsRecentProjects_ = false;
+    std::vector<RecentProject> recentProjects_;
+    std::map<std::filesystem::path, RgbaImage> recentProjectCovers_;
+    std::optional<std::string> projectLibraryMessage_;
+    std::int64_t recoverableProjectCount_ = 0;
+
+    // Export.
+    double exportProgress_ = 0;
+    std::optional<ExportPhase> exportPhase_;
+    std::optional<std::chrono::steady_clock::time_point> exportStartedAt_;
+    std::optional<double> exportEstimatedRemainingSeconds_;
+    bool isExporting_ = false;
+    std::optional<ExportConfiguration> activeExportConfiguration_;
+    std::optional<std::string> exportMessage_;
+    ExportTimeEstimator exportEstimator_;
+
+    // Guards of work that can go stale: the newest start wins.
+    std::uint64_t editorGeneration_ = 0;
+    std::uint64_t playerRebuildGeneration_ = 0;
+    std::uint64_t activeExportGeneration_ = 0;
+    std::uint64_t coverGeneration_ = 0;
+    std::optional<std::string> thumbnailRequestKey_;
+    std::stop_source waveformTask_;
+    std::stop_source thumbnailTask_;
+    std::stop_source webcamAvailabilityTask_;
+    std::stop_source exportTask_;
+    std::stop_source coverTask_;
+    DocumentWrites<EditTimeline> timelineWrites_;
+    DocumentWrites<CaptionDocument> captionWrites_;
+    // Run once neither document has a write running or waiting.
+    std::vector<std::function<void()>> writeWaiters_;
+    // The timeline of the newest player build, to tell which edits need one.
+    std::optional<EditTimeline> playerTimeline_;
+    // The newest player build, for the building thread to skip overtaken ones.
+    std::shared_ptr<std::atomic<std::uint64_t>> playerBuildLatest_ =
+        std::make_shared<std::atomic<std::uint64_t>>(0);
+    struct ThumbnailRequest {
+        double pixelsPerSecond = initialThumbnailPixelsPerSecond;
+        std::optional<ProjectTimeRange> visibleRange;
+    };
+    std::optional<ThumbnailRequest> lastThumbnailRequest_;
+
+    // Services. The store is shared with the store thread's tasks.
+    std::shared_ptr<ProjectStore> projectStore_;
+    FFmpegMediaAssetInspector mediaInspector_;
+    std::shared_ptr<TimelineThumbnailService> thumbnailService_;
+    std::shared_ptr<ProjectCoverService> projectCoverService_;
+    ProjectTimelineWatcher timelineWatcher_;
+    // Last among the members that tasks reach: the threads end (and the
+    // store thread finishes its writes) before anything they use goes.
+    BackgroundThreads backgroundThreads_;
+    SerialQueue storeQueue_{"Rilo.ProjectStore"};
+    SerialQueue playerBuildQueue_{"Rilo.PlayerBuild"};
+};
+
+} // namespace rilo

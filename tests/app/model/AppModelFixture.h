@@ -1,0 +1,103 @@
+#pragma once
+
+// An application model over a library in a temporary data directory, turned
+// by a manual run loop on the test's thread, with players made without sound.
+
+#include "app/model/AppModel.h"
+#include "capture/RecordingMachineFacts.h"
+#include "support/BuildCatalog.h"
+#include "support/CliLibraryTest.h"
+#include "support/RecordedPackage.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace rilo::testing {
+
+using namespace std::chrono_literals;
+
+class AppModelTest : public CliLibraryTest {
+protected:
+    static constexpr std::chrono::milliseconds patience = 60s;
+
+    ManualRunLoop loop;
+    TemporaryDirectory coverCache;
+    std::unique_ptr<AppModel> model;
+
+    // How the players are made; a test may wrap it.
+    AppModelEnvironment::PlayerFactory makePlayer = [this](const ProjectSnapshot& snapshot) {
+        return ProjectPlayer::make(snapshot, std::nullopt, std::nullopt, {loop.poster(), nullptr});
+    };
+
+    void TearDown() override { model.reset(); }
+
+    AppModelEnvironment environment() {
+        AppModelEnvironment environment;
+        environment.libraryDirectory = library;
+        environment.deviceFrameCatalog = buildCatalog;
+        environment.deviceFrameResourceDirectory = buildDirectory();
+        environment.coverCacheDirectory = coverCache.path();
+        environment.makePlayer = [this](const ProjectSnapshot& snapshot) { return makePlayer(snapshot); };
+        environment.machineFacts = [] { return currentMachineFacts(std::nullopt); };
+        return environment;
+    }
+
+    // Makes the model as the desktop does at start: bootstrapping on its own.
+    void startModel() {
+        model = std::make_unique<AppModel>(loop, environment(), false, true);
+        ASSERT_TRUE(waitFor([&] { return model->phase().kind != AppModelPhase::Kind::loading; }));
+    }
+
+    template <class Condition>
+    bool waitFor(Condition condition, std::chrono::milliseconds limit = patience) {
+        return loop.runUntil(condition, limit);
+    }
+
+    // Turns the loop for a while, whatever happens.
+    void settle(std::chrono::milliseconds duration) {
+        loop.runUntil([] { return false; }, duration);
+    }
+
+    bool isReady() const {
+        return model->phase().kind == AppModelPhase::Kind::ready && model->timelineSession() &&
+               model->player() && !model->isRebuildingTimeline();
+    }
+
+    // Waveforms, thumbnails and the webcam's stretches have arrived.
+    bool mediaLoaded() const {
+        return !model->waveformProgress() && !model->timelineWaveforms().empty() &&
+               !model->timelineThumbnails().empty() && model->webcamAvailability().has_value();
+    }
+
+    // Opens the project through the library, as a click in the list does.
+    void open(const ProjectPackage& package) {
+        ASSERT_TRUE(waitFor([&] { return listed(package).has_value(); }));
+        model->openProject(*listed(package));
+        ASSERT_TRUE(waitFor([&] { return isReady(); }));
+    }
+
+    std::optional<RecentProject> listed(const ProjectPackage& package) const {
+        for (const RecentProject& project : model->recentProjects()) {
+            if (project.packageURL == package.rootURL) {
+                return project;
+            }
+        }
+        return std::nullopt;
+    }
+
+    EditTimeline timelineOnDisk(const ProjectPackage& package) const {
+        const ProjectManifest manifest = store.readManifest(package);
+        return store.readTimeline(package, manifest.duration, manifest.webcam.has_value());
+    }
+
+    // Leaves the editor; answers what finishEditingAndReturnToRecentProjects answered.
+    std::optional<bool> finishEditing() {
+        std::optional<bool> answer;
+        model->finishEditingAndReturnToRecentProjects([&](bool left) { answer = left; });
+        EXPECT_TRUE(waitFor([&] { return answer.has_value(); }));
+        return answer;
+    }
+};
+
+} // namespace rilo::testing

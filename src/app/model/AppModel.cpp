@@ -39,6 +39,8 @@ AppModel::AppModel(MainRunLoop& mainRunLoop, AppModelEnvironment environment, bo
 }
 
 AppModel::~AppModel() {
+    // The flow first: it waits for a stop in progress, which writes to the store.
+    recordingFlow_.reset();
     // From here on no posted task reaches the model; the store thread still
     // finishes the writes handed to it (its queue is drained as it goes).
     alive_.reset();
@@ -69,7 +71,11 @@ void AppModel::changed() {
 // ---- Start-up ----
 
 void AppModel::bootstrap() {
+    if (isRecordingUnderWay()) {
+        return;
+    }
     phase_ = Phase::of(Phase::Kind::loading);
+    loadRecordingPreferences();
     changed();
     if (!projectStore_) {
         phase_ = Phase::of(Phase::Kind::idle);
@@ -243,6 +249,9 @@ void AppModel::showRecordingSetup() {
 }
 
 void AppModel::openProject(const RecentProject& project) {
+    if (isRecordingUnderWay()) {
+        return;
+    }
     resetEditorState();
     phase_ = Phase::of(Phase::Kind::openingProject);
     projectLibraryMessage_.reset();
@@ -312,7 +321,7 @@ void AppModel::removeFromLibrary(const RecentProject& project, LeaveCompletion c
 }
 
 void AppModel::deleteCurrentProjectAndReturnToRecentProjects(LeaveCompletion completion) {
-    if (!currentSnapshot_) {
+    if (!currentSnapshot_ || isRecordingUnderWay()) {
         if (completion) {
             completion(false);
         }
@@ -337,6 +346,12 @@ void AppModel::deleteCurrentProjectAndReturnToRecentProjects(LeaveCompletion com
 }
 
 void AppModel::finishEditingAndReturnToRecentProjects(LeaveCompletion completion) {
+    if (isRecordingUnderWay()) {
+        if (completion) {
+            completion(false);
+        }
+        return;
+    }
     const std::uint64_t generation = editorGeneration_;
     whenWritesFinished([this, generation, completion] {
         const bool stays = generation != editorGeneration_ || timelineWrites_.lastWriteFailed ||
@@ -355,6 +370,12 @@ void AppModel::finishEditingAndReturnToRecentProjects(LeaveCompletion completion
 }
 
 void AppModel::dismissResult() {
+    if (isRecordingUnderWay()) {
+        return;
+    }
+    if (recordingFlow_) {
+        recordingFlow_->dismissFailure();
+    }
     resetEditorState();
     phase_ = Phase::of(Phase::Kind::idle);
     changed();

@@ -5,8 +5,20 @@
 // the export, and the start-up work (removing discarded recordings,
 // recovering interrupted ones). A project is open at most once. The views
 // show its state and call its operations; they hold no logic of their own.
-// The recording flow (src/app/recording) hands a finished recording over
-// with showResult.
+//
+// Recording: the model owns the recording flow (src/app/recording) and
+// publishes the recording setup (source, options, devices, countdown, sound)
+// with the flow's message and live status. The flow's phases are the model's
+// (validating, countingDown(n), preparing, recording, finalizing, failed); a
+// finished recording stays finalizing until showResult has opened it (ready).
+// The setup's choices are read from the user defaults at bootstrap and
+// written back on every change. The desktop connection and the flow are made
+// at the first start, so a model that never records needs no display.
+// Recording and the editor exclude each other: a recording starts only from
+// idle (anywhere else startRecording answers with the setup's "not ready"
+// message and changes nothing), and while one is under way (validating to
+// finalizing) bootstrap, openProject, dismissResult and leaving the editor
+// do nothing; a failed recording is left with dismissResult.
 //
 // Threads: the model lives on the main thread, the thread that turns the
 // MainRunLoop it is given; every call is made there and the observer is
@@ -27,6 +39,8 @@
 #include "app/editing/TimelineEditingSession.h"
 #include "app/model/AppModelPhase.h"
 #include "app/model/BackgroundThreads.h"
+#include "app/recording/RecordingFlow.h"
+#include "app/settings/UserDefaults.h"
 #include "export/ExportConfiguration.h"
 #include "export/ExportProgress.h"
 #include "media/FFmpegMediaAssetInspector.h"
@@ -72,6 +86,16 @@ struct AppModelEnvironment {
     std::filesystem::path coverCacheDirectory;
     PlayerFactory makePlayer;
     MachineFactsProvider machineFacts;
+
+    // The desktop that is recorded: this connection, or else the display of
+    // that name, connected to when the first recording starts (an empty name
+    // is $DISPLAY, as for X11Connection).
+    std::shared_ptr<x11::X11Connection> desktop;
+    std::string desktopDisplayName;
+    // Where the countdown's cue sounds lie.
+    std::filesystem::path soundsDirectory;
+    // Where the recording choices are kept; none: they last as long as the model.
+    std::shared_ptr<UserDefaults> userDefaults;
 };
 
 class AppModel {
@@ -116,7 +140,8 @@ public:
     // failed the editor stays open (false), so that leaving loses no edit.
     // Otherwise closes the editor and shows the recent projects.
     void finishEditingAndReturnToRecentProjects(LeaveCompletion completion);
-    // Closes the editor (or the failure shown) at once and goes to idle.
+    // Closes the editor (or the failure shown, a failed recording's included)
+    // at once and goes to idle.
     void dismissResult();
 
     // ---- Open project ----
@@ -143,6 +168,35 @@ public:
     // Writes currentReport as JSON (nothing without one); throws FileError.
     void exportDiagnosticReport(const std::filesystem::path& target) const;
 
+    // ---- Recording setup ----
+    // Each choice is published at once; all but the source and the preview's
+    // state are written to the user defaults, and a write that fails says so
+    // in recordingSetupMessage.
+    void selectRecordingSource(std::optional<CaptureSourceDescriptor> source);
+    void setRecordingOptions(const RecordingOptions& options);
+    void selectMicrophone(std::optional<std::string> deviceID);
+    void setWebcamEnabled(bool enabled);
+    void selectWebcam(std::optional<std::string> deviceID);
+    void setRecordingWebcamOverlay(const WebcamOverlay& overlay);
+    void setRecordingWebcamPanelCenter(std::optional<PointValue> center);
+    // 0, 3 or 5; any other number counts as 3.
+    void setCountdownSeconds(std::int64_t seconds);
+    void setPlaysCountdownSound(bool playsSound);
+    // The setup's webcam preview says whether it runs (a webcam records only then).
+    void setWebcamPreviewIsRunning(bool running);
+    // Asks the sound server for its microphones and lists the webcams
+    // (blocks for at most a few seconds when the sound server is silent).
+    void refreshRecordingDevices();
+
+    // ---- Recording ----
+    void startRecording();
+    void cancelRecordingCountdown();
+    void stopRecording();
+    void toggleRecordingPause();
+    void discardRecording();
+    // The interface could not arrange its windows for the recording.
+    void handleRecordingPresentationFailure(const std::string& description);
+
     // ---- Published state ----
     const Phase& phase() const noexcept { return phase_; }
 
@@ -166,6 +220,34 @@ public:
     const std::optional<std::string>& canvasBackgroundMessage() const noexcept {
         return canvasBackgroundMessage_;
     }
+
+    // Recording setup. On X11 every permission is granted.
+    const PermissionSnapshot& permissions() const noexcept { return permissions_; }
+    const std::optional<CaptureSourceDescriptor>& selectedSource() const noexcept { return selectedSource_; }
+    const RecordingOptions& options() const noexcept { return recordingSetup_.options; }
+    const std::optional<std::string>& selectedMicrophoneID() const noexcept {
+        return recordingSetup_.options.microphoneDeviceID;
+    }
+    const std::optional<std::string>& selectedWebcamID() const noexcept {
+        return recordingSetup_.options.webcamDeviceID;
+    }
+    const WebcamOverlay& recordingWebcamOverlay() const noexcept { return recordingSetup_.webcamOverlay; }
+    const std::optional<PointValue>& recordingWebcamPanelCenter() const noexcept {
+        return recordingSetup_.webcamPanelCenter;
+    }
+    const std::vector<MicrophoneDeviceDescriptor>& microphoneDevices() const noexcept {
+        return microphoneDevices_;
+    }
+    const std::vector<WebcamDeviceDescriptor>& webcamDevices() const noexcept { return webcamDevices_; }
+    bool webcamPreviewIsRunning() const noexcept { return webcamPreviewIsRunning_; }
+    std::int64_t countdownSeconds() const noexcept { return recordingLaunch_.countdownSeconds; }
+    bool playsCountdownSound() const noexcept { return recordingLaunch_.playsCountdownSound; }
+    const std::optional<std::string>& recordingSetupMessage() const noexcept {
+        return recordingSetupMessage_;
+    }
+    const RecordingLiveStatus& recordingLiveStatus() const noexcept { return recordingLiveStatus_; }
+    // Notes about launches that didn't stop them (a cue sound that couldn't play).
+    const std::vector<std::string>& recordingDiagnostics() const noexcept { return recordingDiagnostics_; }
 
     // Library.
     bool showsRecentProjects() const noexcept { return showsRecentProjects_; }
@@ -254,6 +336,16 @@ private:
     void exportProgressed(std::uint64_t generation, const ExportProgressUpdate& update);
     void exportEnded(std::uint64_t generation, std::exception_ptr failure);
 
+    // Recording.
+    bool isRecordingUnderWay() const noexcept;
+    // Makes the flow (and the desktop connection) on first use; false, with
+    // the message, when it can't be had.
+    bool ensureRecordingFlow();
+    void recordingFlowChanged();
+    void recordingFinished(const ProjectSnapshot& snapshot, const DiagnosticReport& report);
+    void loadRecordingPreferences();
+    void saveRecordingPreferences();
+
     MainRunLoop& mainRunLoop_;
     AppModelEnvironment environment_;
     std::function<void()> observer_;
@@ -284,6 +376,22 @@ private:
     std::map<std::filesystem::path, RgbaImage> recentProjectCovers_;
     std::optional<std::string> projectLibraryMessage_;
     std::int64_t recoverableProjectCount_ = 0;
+
+    // Recording setup.
+    PermissionSnapshot permissions_ = PermissionSnapshot::granted();
+    std::optional<CaptureSourceDescriptor> selectedSource_;
+    RecordingSetupPreferences recordingSetup_;
+    RecordingLaunchPreferences recordingLaunch_;
+    std::vector<MicrophoneDeviceDescriptor> microphoneDevices_;
+    std::vector<WebcamDeviceDescriptor> webcamDevices_;
+    bool webcamPreviewIsRunning_ = false;
+    std::optional<std::string> recordingSetupMessage_;
+    // The flow's message as last taken over, to tell its new ones.
+    std::optional<std::string> lastFlowSetupMessage_;
+    RecordingLiveStatus recordingLiveStatus_;
+    std::vector<std::string> recordingDiagnostics_;
+    // A finished recording is being opened: the phase stays finalizing.
+    bool opensRecordingResult_ = false;
 
     // Export.
     double exportProgress_ = 0;
@@ -327,6 +435,9 @@ private:
     std::shared_ptr<TimelineThumbnailService> thumbnailService_;
     std::shared_ptr<ProjectCoverService> projectCoverService_;
     ProjectTimelineWatcher timelineWatcher_;
+    PulseAudioDeviceService sound_;
+    // Made at the first start; destroyed first, before the store it writes to.
+    std::unique_ptr<RecordingFlow> recordingFlow_;
     // Last among the members that tasks reach: the threads end (and the
     // store thread finishes its writes) before anything they use goes.
     BackgroundThreads backgroundThreads_;

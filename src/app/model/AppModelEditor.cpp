@@ -26,6 +26,7 @@ void AppModel::showResult(ProjectSnapshot snapshot, std::optional<DiagnosticRepo
             if (generation != editorGeneration_) {
                 return;
             }
+            opensRecordingResult_ = false;
             if (!read) {
                 projectLibraryMessage_ = "无法打开项目：" + describeFailure(failure);
                 phase_ = Phase::of(Phase::Kind::idle);
@@ -113,6 +114,7 @@ void AppModel::resetEditorState() {
     thumbnailRequestKey_.reset();
     lastThumbnailRequest_.reset();
     playerTimeline_.reset();
+    opensRecordingResult_ = false;
 }
 
 ProjectSnapshot AppModel::editedSnapshot() const {

@@ -228,10 +228,12 @@ void RecordingFlow::finishStop(std::uint64_t generation, std::optional<Recording
         setPhase(RecordingPhase::failed(failure));
         return;
     }
-    setPhase(RecordingPhase::idle());
+    // Handed on while still finalizing, so that the application goes from
+    // finalizing straight to the project it shows.
     if (handlers_.showResult) {
         handlers_.showResult(result->snapshot, result->report);
     }
+    setPhase(RecordingPhase::idle());
 }
 
 void RecordingFlow::toggleRecordingPause() {

@@ -65,7 +65,8 @@ public:
     struct Handlers {
         // Something published has changed.
         std::function<void()> changed;
-        // A recording has finished: the project to show.
+        // A recording has finished: the project to show. Called while the
+        // phase is still finalizing; the flow is idle right after.
         std::function<void(const ProjectSnapshot&, const DiagnosticReport&)> showResult;
         // Bring the recording setup to the front (it has a message to show).
         std::function<void()> activateRecordingSetup;

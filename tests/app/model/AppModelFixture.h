@@ -1,17 +1,40 @@
 #pragma once
 
 // An application model over a library in a temporary data directory, turned
-// by a manual run loop on the test's thread, with players made without sound.
+// by a manual run loop on the test's thread, with players made without sound
+// and the user defaults in the data directory. It records the desktop of
+// `desktop` when a test gives one; without, it never connects to a display.
 
 #include "app/model/AppModel.h"
 #include "capture/RecordingMachineFacts.h"
+#include "shared/Files.h"
+#include "shared/Uuid.h"
 #include "support/BuildCatalog.h"
 #include "support/CliLibraryTest.h"
 #include "support/RecordedPackage.h"
+#include "support/TestPaths.h"
 
 #include <chrono>
 #include <gtest/gtest.h>
 #include <memory>
+#include <ostream>
+
+namespace rilo {
+
+// Phases as test failures show them: "countingDown(2)", "failed(…)".
+inline void PrintTo(const AppModelPhase& phase, std::ostream* out) {
+    static constexpr const char* names[] = {"loading",      "idle",      "openingProject", "validating",
+                                            "countingDown", "preparing", "recording",      "finalizing",
+                                            "ready",        "failed"};
+    *out << names[static_cast<int>(phase.kind)];
+    if (phase.kind == AppModelPhase::Kind::countingDown) {
+        *out << '(' << phase.countdownSecondsLeft << ')';
+    } else if (phase.kind == AppModelPhase::Kind::failed) {
+        *out << '(' << phase.failureMessage << ')';
+    }
+}
+
+} // namespace rilo
 
 namespace rilo::testing {
 
@@ -23,6 +46,8 @@ protected:
 
     ManualRunLoop loop;
     TemporaryDirectory coverCache;
+    std::shared_ptr<UserDefaults> userDefaults = std::make_shared<UserDefaults>(dataHome / "settings.json");
+    std::shared_ptr<x11::X11Connection> desktop;
     std::unique_ptr<AppModel> model;
 
     // How the players are made; a test may wrap it.
@@ -40,6 +65,9 @@ protected:
         environment.coverCacheDirectory = coverCache.path();
         environment.makePlayer = [this](const ProjectSnapshot& snapshot) { return makePlayer(snapshot); };
         environment.machineFacts = [] { return currentMachineFacts(std::nullopt); };
+        environment.desktop = desktop;
+        environment.soundsDirectory = buildDirectory() / "sounds";
+        environment.userDefaults = userDefaults;
         return environment;
     }
 
@@ -47,6 +75,21 @@ protected:
     void startModel() {
         model = std::make_unique<AppModel>(loop, environment(), false, true);
         ASSERT_TRUE(waitFor([&] { return model->phase().kind != AppModelPhase::Kind::loading; }));
+    }
+
+    // What a crash during a discard leaves: a package still being removed.
+    std::filesystem::path makeDiscardedRecording() const {
+        const std::filesystem::path discarded = library / (Uuid::random().string() + ".rilo.discarding");
+        std::filesystem::create_directories(discarded / "media");
+        writeFileAtomically(discarded / "media/recording.mov", "left over");
+        return discarded;
+    }
+
+    // What a crash during a recording leaves: a package never finished.
+    RecordedPackage makeInterruptedRecording() {
+        RecordedPackageOptions options;
+        options.finished = false;
+        return makeRecordedPackage(store, options);
     }
 
     template <class Condition>

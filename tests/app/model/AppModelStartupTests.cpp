@@ -18,22 +18,9 @@ using namespace std::chrono_literals;
 using testing::AppModelTest;
 using Kind = AppModelPhase::Kind;
 
-std::filesystem::path makeDiscardedRecording(const std::filesystem::path& library) {
-    const std::filesystem::path discarded = library / (Uuid::random().string() + ".rilo.discarding");
-    std::filesystem::create_directories(discarded / "media");
-    writeFileAtomically(discarded / "media/recording.mov", "left over");
-    return discarded;
-}
-
-testing::RecordedPackage makeInterruptedRecording(ProjectStore& store) {
-    testing::RecordedPackageOptions options;
-    options.finished = false;
-    return testing::makeRecordedPackage(store, options);
-}
-
 TEST_F(AppModelTest, StartUpRecoversTheInterruptedRecordingAndTheEditorPersistsAndExportsIt) {
-    const std::filesystem::path discarded = makeDiscardedRecording(library);
-    const testing::RecordedPackage interrupted = makeInterruptedRecording(store);
+    const std::filesystem::path discarded = makeDiscardedRecording();
+    const testing::RecordedPackage interrupted = makeInterruptedRecording();
 
     startModel();
     ASSERT_TRUE(waitFor([&] { return isReady(); }));
@@ -124,7 +111,7 @@ TEST_F(AppModelTest, StartUpRecoversTheInterruptedRecordingAndTheEditorPersistsA
 }
 
 TEST_F(AppModelTest, ARecordingThatCannotBeRecoveredStaysRecoverableWithTheMessage) {
-    const testing::RecordedPackage interrupted = makeInterruptedRecording(store);
+    const testing::RecordedPackage interrupted = makeInterruptedRecording();
     // Its mouse events can no longer be read.
     for (const auto& entry : std::filesystem::directory_iterator(interrupted.package.eventsDirectory())) {
         writeFileAtomically(entry.path(), "{ not a chunk");

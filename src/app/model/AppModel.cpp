@@ -3,6 +3,7 @@
 #include "app/model/AppModel.h"
 
 #include "app/model/AppModelTasks.h"
+#include "app/updates/ReleaseNotesPresentation.h"
 #include "capture/ScreenRecordingSession.h"
 #include "shared/Files.h"
 #include "shared/Json.h"
@@ -26,12 +27,20 @@ AppModel::AppModel(MainRunLoop& mainRunLoop, AppModelEnvironment environment, bo
     , thumbnailService_(std::make_shared<TimelineThumbnailService>(thumbnailCacheCapacityBytes))
     , projectCoverService_(
           std::make_shared<ProjectCoverService>(environment_.coverCacheDirectory, coverCacheCapacityBytes))
+    , canvasBackgroundService_(std::make_shared<const CanvasBackgroundService>(
+          environment_.systemWallpaperDirectories, environment_.desktopWallpaperSettings))
     , timelineWatcher_(mainRunLoop.poster()) {
     try {
         projectStore_ =
             std::make_shared<ProjectStore>(environment_.libraryDirectory, environment_.deviceFrameCatalog);
     } catch (...) {
         projectLibraryMessage_ = "无法初始化项目：" + describeFailure(std::current_exception());
+    }
+    if (!environment_.updateFeedURL.empty() && environment_.userDefaults) {
+        updateController_ = std::make_unique<app::AppUpdateController>(
+            *environment_.userDefaults, environment_.updateFeedURL, environment_.applicationVersion,
+            environment_.updateTransportLimits, mainRunLoop_.poster(), environment_.openURL);
+        updateController_->setObserver([this] { changed(); });
     }
     if (bootstrapsAutomatically) {
         postToModel([this] { bootstrap(); });
@@ -51,6 +60,9 @@ AppModel::~AppModel() {
     webcamAvailabilityTask_.request_stop();
     exportTask_.request_stop();
     coverTask_.request_stop();
+    systemCanvasBackgroundTask_.request_stop();
+    desktopWallpaperTask_.request_stop();
+    canvasBackgroundImportTask_.request_stop();
 }
 
 void AppModel::postToModel(std::function<void()> task) {
@@ -79,6 +91,7 @@ void AppModel::bootstrap() {
     changed();
     if (!projectStore_) {
         phase_ = Phase::of(Phase::Kind::idle);
+        startUpdateChecks();
         changed();
         return;
     }
@@ -175,6 +188,33 @@ void AppModel::finishBootstrap(BootstrapOutcome outcome) {
     } else {
         phase_ = Phase::of(Phase::Kind::idle);
     }
+    startUpdateChecks();
+    changed();
+}
+
+// ---- Updates ----
+
+void AppModel::startUpdateChecks() {
+    if (hasStartedUpdateChecks_) {
+        return;
+    }
+    hasStartedUpdateChecks_ = true;
+    if (environment_.userDefaults) {
+        try {
+            releaseNoteToPresent_ = app::ReleaseNotesPresentation::noteToPresentAtLaunch(
+                *environment_.userDefaults, environment_.applicationVersion, environment_.releaseNotes);
+        } catch (const std::exception&) {
+            // Nothing could be recorded: the notes wait for a launch that can
+            // remember having shown them.
+        }
+    }
+    if (updateController_) {
+        updateController_->checkAutomatically(IsoDate::now());
+    }
+}
+
+void AppModel::dismissReleaseNote() {
+    releaseNoteToPresent_.reset();
     changed();
 }
 

@@ -41,10 +41,13 @@
 #include "app/model/BackgroundThreads.h"
 #include "app/recording/RecordingFlow.h"
 #include "app/settings/UserDefaults.h"
+#include "app/updates/AppUpdateController.h"
+#include "app/updates/AppUpdateModels.h"
 #include "export/ExportConfiguration.h"
 #include "export/ExportProgress.h"
 #include "media/FFmpegMediaAssetInspector.h"
 #include "media/analysis/WaveformEnvelope.h"
+#include "media/pictures/CanvasBackgroundService.h"
 #include "media/pictures/ProjectCoverService.h"
 #include "media/pictures/TimelineThumbnailService.h"
 #include "playback/ProjectPlayer.h"
@@ -96,6 +99,32 @@ struct AppModelEnvironment {
     std::filesystem::path soundsDirectory;
     // Where the recording choices are kept; none: they last as long as the model.
     std::shared_ptr<UserDefaults> userDefaults;
+
+    // Where the canvas background picker looks for wallpapers.
+    std::vector<std::filesystem::path> systemWallpaperDirectories;
+    DesktopWallpaperSettings desktopWallpaperSettings;
+
+    // The running program's version, for the update check and the release
+    // notes shown after an update.
+    std::string applicationVersion;
+    // The update endpoint; empty: no update checks. Checks need the user
+    // defaults as well (they remember when the last one ran).
+    std::string updateFeedURL;
+    app::AppUpdateTransportLimits updateTransportLimits;
+    // Opens a download in the browser (throws AppUpdateError::cannotOpenBrowser).
+    app::AppUpdateController::URLOpener openURL;
+    // The notes that came with this build, shown once after an update.
+    app::ReleaseNotesCatalog releaseNotes;
+};
+
+// What the picker shows in place of a wallpaper list: while it loads, or
+// when it found nothing.
+struct CanvasBackgroundListingStatus {
+    std::string title;
+    std::optional<std::string> detail;
+
+    friend bool operator==(const CanvasBackgroundListingStatus&,
+                           const CanvasBackgroundListingStatus&) = default;
 };
 
 class AppModel {
@@ -168,6 +197,20 @@ public:
     // Writes currentReport as JSON (nothing without one); throws FileError.
     void exportDiagnosticReport(const std::filesystem::path& target) const;
 
+    // ---- Canvas backgrounds ----
+    // List the wallpapers for the picker on a thread of their own; a newer
+    // listing replaces one under way.
+    void loadSystemCanvasBackgrounds();
+    void loadDesktopWallpapers();
+    // Makes the picture the open project's canvas background: the import
+    // runs on a thread of its own, the asset is written into the package,
+    // and the canvas is set through the timeline session (one undoable,
+    // persisted edit). A newer import wins over one under way; a failure
+    // is canvasBackgroundMessage. Nothing happens without an open project.
+    void importCanvasBackground(const std::filesystem::path& file);
+    void importCanvasBackground(const SystemCanvasBackgroundCandidate& wallpaper);
+    void importCanvasBackground(const DesktopWallpaperCandidate& wallpaper);
+
     // ---- Recording setup ----
     // Each choice is published at once; all but the source and the preview's
     // state are written to the user defaults, and a write that fails says so
@@ -220,6 +263,28 @@ public:
     const std::optional<std::string>& canvasBackgroundMessage() const noexcept {
         return canvasBackgroundMessage_;
     }
+
+    // Canvas background choices.
+    const std::vector<SystemCanvasBackgroundCandidate>& systemCanvasBackgrounds() const noexcept {
+        return systemCanvasBackgrounds_;
+    }
+    const std::vector<DesktopWallpaperCandidate>& desktopWallpapers() const noexcept {
+        return desktopWallpapers_;
+    }
+    bool isLoadingSystemCanvasBackgrounds() const noexcept { return isLoadingSystemCanvasBackgrounds_; }
+    bool isLoadingDesktopWallpapers() const noexcept { return isLoadingDesktopWallpapers_; }
+    bool isImportingCanvasBackground() const noexcept { return isImportingCanvasBackground_; }
+    // None while the list has something to show (or was never asked for).
+    std::optional<CanvasBackgroundListingStatus> systemCanvasBackgroundStatus() const;
+    std::optional<CanvasBackgroundListingStatus> desktopWallpaperStatus() const;
+
+    // Updates: the controller when this build looks for updates (none
+    // otherwise), and the notes to show once after an update.
+    app::AppUpdateController* updateController() const noexcept { return updateController_.get(); }
+    const std::optional<app::ReleaseNote>& releaseNoteToPresent() const noexcept {
+        return releaseNoteToPresent_;
+    }
+    void dismissReleaseNote();
 
     // Recording setup. On X11 every permission is granted.
     const PermissionSnapshot& permissions() const noexcept { return permissions_; }
@@ -336,6 +401,17 @@ private:
     void exportProgressed(std::uint64_t generation, const ExportProgressUpdate& update);
     void exportEnded(std::uint64_t generation, std::exception_ptr failure);
 
+    // Canvas backgrounds.
+    using CanvasBackgroundImport =
+        std::function<CanvasBackgroundAssetPayload(const CanvasBackgroundService&)>;
+    void startCanvasBackgroundImport(CanvasBackgroundImport import);
+    void storeCanvasBackground(std::uint64_t generation, CanvasBackgroundAssetPayload payload);
+    void applyCanvasBackground(const CanvasBackgroundAssetPayload& payload);
+    void canvasBackgroundFailed(std::uint64_t generation, const std::string& message);
+
+    // Updates, once per model, after the first bootstrap.
+    void startUpdateChecks();
+
     // Recording.
     bool isRecordingUnderWay() const noexcept;
     // Makes the flow (and the desktop connection) on first use; false, with
@@ -369,6 +445,19 @@ private:
     std::optional<std::string> timelineMediaMessage_;
     std::optional<double> waveformProgress_;
     std::optional<std::string> canvasBackgroundMessage_;
+
+    // Canvas background choices.
+    std::vector<SystemCanvasBackgroundCandidate> systemCanvasBackgrounds_;
+    std::vector<DesktopWallpaperCandidate> desktopWallpapers_;
+    bool isLoadingSystemCanvasBackgrounds_ = false;
+    bool isLoadingDesktopWallpapers_ = false;
+    bool isImportingCanvasBackground_ = false;
+    bool hasListedSystemCanvasBackgrounds_ = false;
+    bool hasListedDesktopWallpapers_ = false;
+
+    // Updates.
+    std::optional<app::ReleaseNote> releaseNoteToPresent_;
+    bool hasStartedUpdateChecks_ = false;
 
     // Library.
     bool showsRecentProjects_ = false;
@@ -408,12 +497,18 @@ private:
     std::uint64_t playerRebuildGeneration_ = 0;
     std::uint64_t activeExportGeneration_ = 0;
     std::uint64_t coverGeneration_ = 0;
+    std::uint64_t systemCanvasBackgroundGeneration_ = 0;
+    std::uint64_t desktopWallpaperGeneration_ = 0;
+    std::uint64_t canvasBackgroundImportGeneration_ = 0;
     std::optional<std::string> thumbnailRequestKey_;
     std::stop_source waveformTask_;
     std::stop_source thumbnailTask_;
     std::stop_source webcamAvailabilityTask_;
     std::stop_source exportTask_;
     std::stop_source coverTask_;
+    std::stop_source systemCanvasBackgroundTask_;
+    std::stop_source desktopWallpaperTask_;
+    std::stop_source canvasBackgroundImportTask_;
     DocumentWrites<EditTimeline> timelineWrites_;
     DocumentWrites<CaptionDocument> captionWrites_;
     // Run once neither document has a write running or waiting.
@@ -434,6 +529,9 @@ private:
     FFmpegMediaAssetInspector mediaInspector_;
     std::shared_ptr<TimelineThumbnailService> thumbnailService_;
     std::shared_ptr<ProjectCoverService> projectCoverService_;
+    std::shared_ptr<const CanvasBackgroundService> canvasBackgroundService_;
+    // Made with the model when the environment names an update feed.
+    std::unique_ptr<app::AppUpdateController> updateController_;
     ProjectTimelineWatcher timelineWatcher_;
     PulseAudioDeviceService sound_;
     // Made at the first start; destroyed first, before the store it writes to.

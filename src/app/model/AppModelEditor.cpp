@@ -111,6 +111,9 @@ void AppModel::resetEditorState() {
     timelineMediaMessage_.reset();
     waveformProgress_.reset();
     canvasBackgroundMessage_.reset();
+    ++canvasBackgroundImportGeneration_;
+    canvasBackgroundImportTask_.request_stop();
+    isImportingCanvasBackground_ = false;
     thumbnailRequestKey_.reset();
     lastThumbnailRequest_.reset();
     playerTimeline_.reset();

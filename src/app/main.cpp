@@ -1,6 +1,5 @@
 #include "app/RiloEntryPoint.h"
-
-#include <cstdio>
+#include "ui/desktop/DesktopApplication.h"
 
 #ifndef RILO_VERSION
 #define RILO_VERSION "unknown"
@@ -8,10 +7,9 @@
 
 namespace {
 
-// This build has no graphical application yet: a launch without "cli" says so.
-int launchGraphicalApplication(const std::vector<std::string>&) {
-    std::puts("Rilo " RILO_VERSION "：此版本尚未包含图形界面，请使用命令行模式（rilo cli）。");
-    return 0;
+// A launch without "cli" opens the desktop application.
+int launchGraphicalApplication(const std::vector<std::string>& arguments) {
+    return rilo::ui::runDesktopApplication(arguments, RILO_VERSION);
 }
 
 } // namespace

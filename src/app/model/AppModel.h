@@ -389,6 +389,15 @@ private:
     void timelineChanged(const EditTimeline& timeline, bool committed, bool shouldPersist);
     void captionsChanged(const CaptionDocument& document, bool committed, bool shouldPersist);
     void startTimelineWatcher(const ProjectPackage& package);
+    // Commits a document on the store thread and answers its new digest.
+    template <class Document>
+    using DocumentWriter = std::string (*)(ProjectStore&, const Document&, const std::string& expectedDigest,
+                                           const ProjectPackage&);
+    // Starts the newest waiting write of one document unless one is running;
+    // a digest conflict of the given case reloads the documents from disk.
+    template <class Document>
+    void startNextWrite(DocumentWrites<Document> AppModel::*documentWrites, DocumentWriter<Document> write,
+                        ProjectStoreErrorCase conflict);
     void startNextTimelineWrite();
     void startNextCaptionWrite();
     void writesSettled();

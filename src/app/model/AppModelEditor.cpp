@@ -177,51 +177,10 @@ void AppModel::scheduleCaptionPersistence(const CaptionDocument& document, const
     startNextCaptionWrite();
 }
 
-void AppModel::startNextTimelineWrite() {
-    DocumentWrites<EditTimeline>& writes = timelineWrites_;
-    while (!writes.isWriting && writes.waiting) {
-        auto [timeline, package] = std::move(*writes.waiting);
-        writes.waiting.reset();
-        if (writes.lastCommitted == timeline) {
-            continue;
-        }
-        writes.isWriting = true;
-        const std::uint64_t generation = editorGeneration_;
-        onStore<std::string>(
-            [timeline, package, expected = writes.lastPersistedDigest](ProjectStore& store) {
-                return store.writeTimeline(timeline, expected, package);
-            },
-            [this, generation, timeline, package](std::optional<std::string> digest,
-                                                  std::exception_ptr failure) {
-                if (generation != editorGeneration_) {
-                    return;
-                }
-                DocumentWrites<EditTimeline>& writes = timelineWrites_;
-                writes.isWriting = false;
-                if (digest) {
-                    writes.lastCommitted = timeline;
-                    writes.lastPersistedDigest = std::move(*digest);
-                    writes.lastWriteFailed = false;
-                } else if (isDigestConflict(failure, ProjectStoreErrorCase::timelineDigestConflict)) {
-                    // Another writer got there first: what waited was made
-                    // on the old document, and its edit stays undoable in
-                    // the session under the newer one.
-                    writes.waiting.reset();
-                    writes.lastWriteFailed = false;
-                    reloadExternalTimeline(package);
-                } else {
-                    writes.lastWriteFailed = true;
-                    timelineMediaMessage_ = "编辑保存失败：" + describeFailure(failure);
-                }
-                startNextTimelineWrite();
-                changed();
-            });
-    }
-    writesSettled();
-}
-
-void AppModel::startNextCaptionWrite() {
-    DocumentWrites<CaptionDocument>& writes = captionWrites_;
+template <class Document>
+void AppModel::startNextWrite(DocumentWrites<Document> AppModel::*documentWrites,
+                              DocumentWriter<Document> write, ProjectStoreErrorCase conflict) {
+    DocumentWrites<Document>& writes = this->*documentWrites;
     while (!writes.isWriting && writes.waiting) {
         auto [document, package] = std::move(*writes.waiting);
         writes.waiting.reset();
@@ -230,34 +189,51 @@ void AppModel::startNextCaptionWrite() {
         }
         writes.isWriting = true;
         const std::uint64_t generation = editorGeneration_;
-        onStore<std::string>(
-            [document, package, expected = writes.lastPersistedDigest](ProjectStore& store) {
-                return store.writeCaptions(document, expected, package);
-            },
-            [this, generation, document, package](std::optional<std::string> digest,
-                                                  std::exception_ptr failure) {
-                if (generation != editorGeneration_) {
-                    return;
-                }
-                DocumentWrites<CaptionDocument>& writes = captionWrites_;
-                writes.isWriting = false;
-                if (digest) {
-                    writes.lastCommitted = document;
-                    writes.lastPersistedDigest = std::move(*digest);
-                    writes.lastWriteFailed = false;
-                } else if (isDigestConflict(failure, ProjectStoreErrorCase::captionsDigestConflict)) {
-                    writes.waiting.reset();
-                    writes.lastWriteFailed = false;
-                    reloadExternalTimeline(package);
-                } else {
-                    writes.lastWriteFailed = true;
-                    timelineMediaMessage_ = "编辑保存失败：" + describeFailure(failure);
-                }
-                startNextCaptionWrite();
-                changed();
-            });
+        onStore<std::string>([write, document, package, expected = writes.lastPersistedDigest](
+                                 ProjectStore& store) { return write(store, document, expected, package); },
+                             [this, documentWrites, write, conflict, generation, document,
+                              package](std::optional<std::string> digest, std::exception_ptr failure) {
+                                 if (generation != editorGeneration_) {
+                                     return;
+                                 }
+                                 DocumentWrites<Document>& writes = this->*documentWrites;
+                                 writes.isWriting = false;
+                                 if (digest) {
+                                     writes.lastCommitted = document;
+                                     writes.lastPersistedDigest = std::move(*digest);
+                                     writes.lastWriteFailed = false;
+                                 } else if (isDigestConflict(failure, conflict)) {
+                                     // Another writer got there first: what waited was made
+                                     // on the old document, and its edit stays undoable in
+                                     // the session under the newer one.
+                                     writes.waiting.reset();
+                                     writes.lastWriteFailed = false;
+                                     reloadExternalTimeline(package);
+                                 } else {
+                                     writes.lastWriteFailed = true;
+                                     timelineMediaMessage_ = "编辑保存失败：" + describeFailure(failure);
+                                 }
+                                 startNextWrite(documentWrites, write, conflict);
+                                 changed();
+                             });
     }
     writesSettled();
+}
+
+void AppModel::startNextTimelineWrite() {
+    startNextWrite<EditTimeline>(
+        &AppModel::timelineWrites_,
+        [](ProjectStore& store, const EditTimeline& timeline, const std::string& expected,
+           const ProjectPackage& package) { return store.writeTimeline(timeline, expected, package); },
+        ProjectStoreErrorCase::timelineDigestConflict);
+}
+
+void AppModel::startNextCaptionWrite() {
+    startNextWrite<CaptionDocument>(
+        &AppModel::captionWrites_,
+        [](ProjectStore& store, const CaptionDocument& document, const std::string& expected,
+           const ProjectPackage& package) { return store.writeCaptions(document, expected, package); },
+        ProjectStoreErrorCase::captionsDigestConflict);
 }
 
 void AppModel::whenWritesFinished(std::function<void()> then) {

@@ -1,7 +1,7 @@
 // The recording writer through real FFmpeg: what its drop rules leave in the
 // file, and what a failed or cancelled writer does.
 
-#include "capture/RecordingMediaWriter.h"
+#include "capture/writer/RecordingMediaWriter.h"
 #include "shared/Json.h"
 #include "support/ProcessRunner.h"
 #include "support/TemporaryDirectory.h"

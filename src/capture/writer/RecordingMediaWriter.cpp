@@ -1,6 +1,6 @@
-#include "capture/RecordingMediaWriter.h"
+#include "capture/writer/RecordingMediaWriter.h"
 
-#include "capture/RecordingTrackEncoders.h"
+#include "capture/writer/RecordingTrackEncoders.h"
 #include "media/FFmpegHandles.h"
 
 extern "C" {

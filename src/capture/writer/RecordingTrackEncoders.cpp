@@ -1,6 +1,6 @@
-#include "capture/RecordingTrackEncoders.h"
+#include "capture/writer/RecordingTrackEncoders.h"
 
-#include "capture/RecordingMediaWriter.h"
+#include "capture/writer/RecordingMediaWriter.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
